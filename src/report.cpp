@@ -28,15 +28,19 @@ void writeFact(const char* label, const char* value) {
     if (work::logOs != nullptr) fprintf(work::logOs, "  %-18s  %s\n", label, value);
 }
 
-void writeRetrievalFailure() {
+void writeRetrievalFailure(int indent) {
     if (work::logOs != nullptr) {
-        fprintf(work::logOs, "  %s - %s\n\n", _("failed to retrieve data"),
+        fprintf(work::logOs, "%*s%s - %s\n\n", indent, "", _("failed to retrieve data"),
                 _("refer to the gatr_errors.log for details"));
     }
 }
 
 void logPopenFailure(const char* source, unsigned line, const char* word) {
     logError(source, line, STATUS_ERROR, "popen to %s failed: %s\n", word, strerror(errno));
+}
+
+void logFopenFailure(const char* source, unsigned line, const char* path) {
+    logError(source, line, STATUS_ERROR, "fopen on %s failed: %s\n", path, strerror(errno));
 }
 
 void readCommandLines(FILE* pipe, size_t lineSize, const std::function<void(const char*)>& onLine) {

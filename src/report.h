@@ -16,11 +16,14 @@ void endSection(const char* title);
 void writeLabelled(const char* label, const char* value);
 /// Writes "  %-18s  %s\n" to the main log.
 void writeFact(const char* label, const char* value);
-/// Writes "  failed to retrieve data - refer to the gatr_errors.log for details\n\n".
-void writeRetrievalFailure();
+/// Writes "failed to retrieve data - refer to the gatr_errors.log for details\n\n" indented by
+/// `indent` blanks: two under a probe's heading, four in the backup product's reports.
+void writeRetrievalFailure(int indent = 2);
 
 /// Logs "popen to <word> failed: <strerror(errno)>\n" at status ERROR under `source`.
 void logPopenFailure(const char* source, unsigned line, const char* word);
+/// Logs "fopen on <path> failed: <strerror(errno)>\n" at status ERROR under `source`.
+void logFopenFailure(const char* source, unsigned line, const char* path);
 
 /// Reads a command's output in lines of lineSize bytes (1024, or 2048 for package tools) and
 /// hands each to onLine (with its newline). A last line that arrives together with end of file
