@@ -1,0 +1,156 @@
+// Shared helpers of the backup product's unit tests: the main and error logs captured in
+// memory, parsed answers from fixture text, and a private mount namespace for the code that
+// reads or writes the product's fixed paths.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+
+#include "jsonparser.h"
+#include "work.h"
+
+namespace orbtest {
+
+/// Points one of the two logs at a memory buffer for the length of a test.
+class CapturedStream {
+public:
+    explicit CapturedStream(FILE*& target) : stream(target), saved(target) {
+        stream = open_memstream(&data, &size);
+    }
+    ~CapturedStream() {
+        if (stream != nullptr) fclose(stream);
+        stream = saved;
+        free(data);
+    }
+    CapturedStream(const CapturedStream&) = delete;
+    CapturedStream& operator=(const CapturedStream&) = delete;
+    std::string text() {
+        fflush(stream);
+        return std::string(data, size);
+    }
+
+private:
+    FILE*& stream;
+    FILE* saved;
+    char* data = nullptr;
+    size_t size = 0;
+};
+
+struct MainLog : CapturedStream {
+    MainLog() : CapturedStream(work::logOs) {}
+};
+struct ErrorLog : CapturedStream {
+    ErrorLog() : CapturedStream(work::errorsOs) {}
+};
+
+/// A document parsed from fixture text; the test fails when the text does not parse.
+inline void load(JsonDocument& document, const std::string& text) {
+    ASSERT_EQ(0, document.loadDocument(text.c_str(), text.size())) << text;
+}
+
+/// A fresh folder under /tmp, removed with its contents at the end of the test.
+class TempFolder {
+public:
+    TempFolder() {
+        char pattern[] = "/tmp/gatr-orb-test-XXXXXX";
+        const char* made = mkdtemp(pattern);
+        if (made != nullptr) path = made;
+    }
+    ~TempFolder() {
+        if (!path.empty()) (void)!system(("rm -rf '" + path + "'").c_str());
+    }
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+    std::string path;
+};
+
+/// Points work::outputFolder at folder (with a "logs" folder made in it) for a test.
+class OutputFolder {
+public:
+    explicit OutputFolder(const std::string& folder) {
+        snprintf(saved, sizeof saved, "%s", work::outputFolder);
+        snprintf(work::outputFolder, sizeof work::outputFolder, "%s", folder.c_str());
+        (void)!system(("mkdir -p '" + folder + "/logs'").c_str());
+        work::archiveList.clear();
+    }
+    ~OutputFolder() {
+        snprintf(work::outputFolder, sizeof work::outputFolder, "%s", saved);
+        work::archiveList.clear();
+    }
+
+private:
+    char saved[PATH_SIZE] = {};
+};
+
+/// The whole file, or "<missing>" when it cannot be read.
+inline std::string readFile(const std::string& path) {
+    FILE* file = fopen(path.c_str(), "rb");
+    if (file == nullptr) return "<missing>";
+    std::string text;
+    char buffer[4096];
+    size_t got;
+    while ((got = fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, got);
+    fclose(file);
+    return text;
+}
+
+/// Creates the file (parents made) with text and mode.
+inline void writeFile(const std::string& path, const std::string& text, mode_t mode = 0644) {
+    std::string folder = path.substr(0, path.rfind('/'));
+    (void)!system(("mkdir -p '" + folder + "'").c_str());
+    FILE* file = fopen(path.c_str(), "wb");
+    ASSERT_NE(nullptr, file) << path;
+    fwrite(text.data(), 1, text.size(), file);
+    fclose(file);
+    chmod(path.c_str(), mode);
+}
+
+/// Runs body in a child process with its own mount namespace and fresh tmpfs over /opt,
+/// /etc/opt and /var/opt, so that the product's fixed paths can be made and changed without
+/// touching the machine. Returns what body returned; "<no namespace>" when the namespace
+/// cannot be made (not root) and "<child failed>" when the child did not end normally.
+inline std::string runWithPrivateOpt(const std::function<std::string()>& body) {
+    int channel[2];
+    if (pipe(channel) != 0) return "<no pipe>";
+    pid_t child = fork();
+    if (child == 0) {
+        close(channel[0]);
+        std::string result;
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+            result = "<no namespace>";
+        } else {
+            for (const char* folder : {"/opt", "/etc/opt", "/var/opt"}) {
+                mkdir(folder, 0755);
+                if (mount("tmpfs", folder, "tmpfs", 0, nullptr) != 0) result = "<no namespace>";
+            }
+            if (result.empty()) result = body();
+        }
+        fflush(nullptr);
+        (void)!write(channel[1], result.data(), result.size());
+        close(channel[1]);
+        _exit(0);
+    }
+    close(channel[1]);
+    std::string result;
+    char buffer[4096];
+    ssize_t got;
+    while ((got = read(channel[0], buffer, sizeof buffer)) > 0) result.append(buffer, got);
+    close(channel[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return "<child failed>";
+    return result;
+}
+
+}  // namespace orbtest
