@@ -17,6 +17,7 @@
 #include <string>
 
 #include "jsonparser.h"
+#include "orb.h"
 #include "work.h"
 
 namespace orbtest {
@@ -56,6 +57,33 @@ struct ErrorLog : CapturedStream {
 /// A document parsed from fixture text; the test fails when the text does not parse.
 inline void load(JsonDocument& document, const std::string& text) {
     ASSERT_EQ(0, document.loadDocument(text.c_str(), text.size())) << text;
+}
+
+/// The jobs report's text for a backup answer, with the volume and destination answers that
+/// its lookups use.
+inline std::string jobsText(const std::string& backups, const std::string& volumes = "[]",
+                            const std::string& destinations = "[]") {
+    JsonDocument backupDocument;
+    JsonDocument volumeDocument;
+    JsonDocument destinationDocument;
+    load(backupDocument, backups);
+    load(volumeDocument, volumes);
+    load(destinationDocument, destinations);
+    MainLog log;
+    writeOrbJobs(volumeDocument, destinationDocument, backupDocument);
+    return log.text();
+}
+
+/// The text of one job whose only content is `members` (JSON object members, no braces).
+inline std::string oneJob(const std::string& members, const std::string& volumes = "[]",
+                          const std::string& destinations = "[]") {
+    return jobsText("[{" + members + "}]", volumes, destinations);
+}
+
+/// True when text contains block; prints both otherwise.
+inline ::testing::AssertionResult contains(const std::string& text, const std::string& block) {
+    if (text.find(block) != std::string::npos) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "missing block:\n" << block << "\nin:\n" << text;
 }
 
 /// A fresh folder under /tmp, removed with its contents at the end of the test.
