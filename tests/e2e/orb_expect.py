@@ -312,7 +312,28 @@ def jobs(volumes, dests, backups):
     return out + "".join(job(volumes, dests, j) for j in backups)
 
 
-def configuration(notify, smtp, volumes, dests, backups, dests_for_report=None):
+def configuration(notify, smtp, volumes, dests, backups):
     """The whole "Configuration:" block as the section prints it."""
     return ("%-20s\n" % "Configuration:" + notifications(notify, smtp)
             + jobs(volumes, dests, backups) + destinations(dests))
+
+
+def configuration_of(answers, failed=(), smtp_unparsable=False):
+    """The "Configuration:" block for a dict of parsed answers by endpoint name, when the
+    endpoints named in `failed` give no usable answer (a failed transfer or an unparsable
+    one; "version" failing fails every report). With smtp_unparsable the mail server answer
+    arrives but does not parse, which only shows when e-mail is on."""
+    failed = set(failed)
+    if "version" in failed:
+        failed |= {"notify", "smtp", "system", "volume", "destination", "backup"}
+    out = "%-20s\n" % "Configuration:"
+    if "notify" in failed or "smtp" in failed:
+        out += "  Notification settings:\n" + FAILURE
+    else:
+        out += notifications(answers["notify"], None if smtp_unparsable else answers["smtp"])
+    if failed & {"system", "volume", "destination", "backup"}:
+        out += "  Jobs:\n" + FAILURE
+    else:
+        out += jobs(answers["volume"], answers["destination"], answers["backup"])
+    out += destinations(None if "destination" in failed else answers["destination"])
+    return out
