@@ -50,20 +50,6 @@ wall_us() {
 
 median_s() { printf '%s\n' "$@" | sort -n | awk '{ a[NR] = $1 } END { printf "%.3f", a[int((NR + 1) / 2)] / 1e6 }'; }
 
-# Times gatr, coreutils and openssl in turn within each round, so that load from elsewhere on
-# the machine falls on all three alike; sets G, C and O to the medians in seconds.
-time_round_robin() {
-    local gatr_cmd=$1 core_cmd=$2 ossl_cmd=$3 gs=() cs=() os=()
-    for ((i = 0; i < runs; i++)); do
-        gs+=("$(eval wall_us "$gatr_cmd")")
-        cs+=("$(eval wall_us "$core_cmd")")
-        os+=("$(eval wall_us "$ossl_cmd")")
-    done
-    G=$(median_s "${gs[@]}")
-    C=$(median_s "${cs[@]}")
-    O=$(median_s "${os[@]}")
-}
-
 # Peak resident set size in KiB of one run.
 peak_rss() {
     if [ -x /usr/bin/time ]; then
@@ -83,28 +69,34 @@ peak_rss() {
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", a / b }'; }
 
-# The small files are named one by one on the command line of the reference tools, as gatr's
-# folder walk names every entry itself.
-small_list=("$scratch/small"/*)
+# One table row: gatr on its argument against coreutils and openssl on the named files. The
+# three are timed in turn within each round, so that load from elsewhere on the machine falls
+# on all of them alike.
+row() {
+    local algo=$1 label=$2 target=$3 gs=() cs=() os=()
+    shift 3
+    # One untimed pass so that every timed run finds the same warm caches.
+    "$gatr" --hash "$algo" "$target" > /dev/null
+    for ((i = 0; i < runs; i++)); do
+        gs+=("$(wall_us "$gatr" --hash "$algo" "$target")")
+        cs+=("$(wall_us "${algo}sum" "$@")")
+        os+=("$(wall_us openssl dgst "-$algo" "$@")")
+    done
+    local g c o
+    g=$(median_s "${gs[@]}")
+    c=$(median_s "${cs[@]}")
+    o=$(median_s "${os[@]}")
+    printf '%-7s %-7s %9s %9s %9s %10s %10s %9s\n' "$algo" "$label" "$g" "$c" "$o" \
+        "$(ratio "$g" "$c")" "$(ratio "$g" "$o")" "$(peak_rss "$gatr" --hash "$algo" "$target")"
+}
 
 printf '\n%-7s %-7s %9s %9s %9s %10s %10s %9s\n' algo data gatr_s coreut_s openssl_s \
     gatr/core gatr/ossl rss_KiB
+# The small files are named one by one on the reference tools' command lines, as gatr's folder
+# walk names every entry itself.
 for algo in sha256 sha1 md5; do
-    tool=${algo}sum
-    # One untimed pass so that every timed run finds the same warm caches.
-    "$gatr" --hash "$algo" "$scratch/big.bin" > /dev/null
-    time_round_robin '"$gatr" --hash "$algo" "$scratch/big.bin"' '"$tool" "$scratch/big.bin"' \
-        'openssl dgst "-$algo" "$scratch/big.bin"'
-    rss=$(peak_rss "$gatr" --hash "$algo" "$scratch/big.bin")
-    printf '%-7s %-7s %9s %9s %9s %10s %10s %9s\n' "$algo" 1GiB "$G" "$C" "$O" \
-        "$(ratio "$G" "$C")" "$(ratio "$G" "$O")" "$rss"
-
-    "$gatr" --hash "$algo" "$scratch/small/" > /dev/null
-    time_round_robin '"$gatr" --hash "$algo" "$scratch/small/"' '"$tool" "${small_list[@]}"' \
-        'openssl dgst "-$algo" "${small_list[@]}"'
-    rss=$(peak_rss "$gatr" --hash "$algo" "$scratch/small/")
-    printf '%-7s %-7s %9s %9s %9s %10s %10s %9s\n' "$algo" 10k "$G" "$C" "$O" \
-        "$(ratio "$G" "$C")" "$(ratio "$G" "$O")" "$rss"
+    row "$algo" 1GiB "$scratch/big.bin" "$scratch/big.bin"
+    row "$algo" 10k "$scratch/small/" "$scratch/small"/*
 done
 
 # Reference memory of the tools on the big file.
@@ -116,4 +108,9 @@ if [ "$("$gatr" --hash sha256 "$scratch/big.bin")" = "$(sha256sum "$scratch/big.
     echo "gatr and sha256sum agree on the 1 GiB file"
 else
     echo "MISMATCH between gatr and sha256sum on the 1 GiB file"
+fi
+if [ "$("$gatr" --hash md5 "$scratch/small/" | sort)" = "$(md5sum "$scratch/small"/* | sort)" ]; then
+    echo "gatr and md5sum agree on the 10,000 small files"
+else
+    echo "MISMATCH between gatr and md5sum on the small files"
 fi

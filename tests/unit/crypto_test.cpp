@@ -9,64 +9,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "test_support.h"
 #include "work.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-// A fresh folder under /tmp, removed with its content at the end of the test.
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/gatr_crypto_XXXXXX";
-        const char* made = mkdtemp(pattern);
-        if (made != nullptr)
-            path_ = made;
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        if (!path_.empty())
-            fs::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    FILE* f = fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr) << path;
-    ASSERT_EQ(fwrite(bytes.data(), 1, bytes.size(), f), bytes.size()) << path;
-    ASSERT_EQ(fclose(f), 0) << path;
-}
-
-// Standard output of a shell command; the test fails if the command does not exit 0.
-std::string runCommand(const std::string& command) {
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        ADD_FAILURE() << "popen failed: " << command;
-        return output;
-    }
-    char block[4096];
-    size_t n;
-    while ((n = fread(block, 1, sizeof block, pipe)) > 0)
-        output.append(block, n);
-    int status = pclose(pipe);
-    EXPECT_EQ(status, 0) << command;
-    return output;
-}
+using test_support::CapturedErrorLog;
+using test_support::runCommand;
+using test_support::TempDir;
+using test_support::writeFile;
 
 std::string randomBytes(size_t count, unsigned seed) {
     std::mt19937 engine(seed);
@@ -103,29 +59,6 @@ std::string coreutilsDigest(const Algorithm& a, const std::string& path) {
     std::string line = runCommand(std::string(a.tool) + " '" + path + "'");
     return line.substr(0, line.find(' '));
 }
-
-// Points the error log at a memory buffer for the life of the object.
-class CapturedErrorLog {
-public:
-    CapturedErrorLog() : saved_(work::errorsOs) { work::errorsOs = open_memstream(&text_, &size_); }
-    ~CapturedErrorLog() {
-        if (work::errorsOs != nullptr)
-            fclose(work::errorsOs);
-        work::errorsOs = saved_;
-        free(text_);
-    }
-    CapturedErrorLog(const CapturedErrorLog&) = delete;
-    CapturedErrorLog& operator=(const CapturedErrorLog&) = delete;
-    std::string text() {
-        fflush(work::errorsOs);
-        return std::string(text_, size_);
-    }
-
-private:
-    FILE* saved_;
-    char* text_ = nullptr;
-    size_t size_ = 0;
-};
 
 int hashWith(crypto_type_t type, const std::string& path, char* out) {
     Crypto crypto;

@@ -7,17 +7,21 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "folders.h"
+#include "test_support.h"
 #include "work.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using test_support::CapturedErrorLog;
+using test_support::runCommand;
+using test_support::TempDir;
+using test_support::writeFile;
 
 // ---- classification and matching -----------------------------------------------------------
 
@@ -112,50 +116,6 @@ TEST(HashPattern, MatchesNamesByteWiseAndCaseSensitively) {
 
 // ---- whole walks ---------------------------------------------------------------------------
 
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/gatr_hash_XXXXXX";
-        const char* made = mkdtemp(pattern);
-        if (made != nullptr)
-            path_ = made;
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        if (!path_.empty())
-            fs::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-void writeFile(const std::string& path, const std::string& bytes) {
-    FILE* f = fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr) << path;
-    ASSERT_EQ(fwrite(bytes.data(), 1, bytes.size(), f), bytes.size()) << path;
-    ASSERT_EQ(fclose(f), 0) << path;
-}
-
-std::string runCommand(const std::string& command) {
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        ADD_FAILURE() << "popen failed: " << command;
-        return output;
-    }
-    char block[4096];
-    size_t n;
-    while ((n = fread(block, 1, sizeof block, pipe)) > 0)
-        output.append(block, n);
-    EXPECT_EQ(pclose(pipe), 0) << command;
-    return output;
-}
-
 struct Tool {
     crypto_type_t type;
     const char* name;
@@ -164,21 +124,13 @@ const Tool kTools[] = {{CRYPTO_SHA256, "sha256sum"}, {CRYPTO_SHA1, "sha1sum"}, {
 
 // What the hash mode prints for the argument; the error log goes to a memory buffer.
 std::string runHashMode(crypto_type_t type, const std::string& argument) {
-    char* logText = nullptr;
-    size_t logSize = 0;
-    FILE* savedLog = work::errorsOs;
-    work::errorsOs = open_memstream(&logText, &logSize);
+    CapturedErrorLog log;
     const char* savedPath = work::hashPathname;
     work::hashPathname = argument.c_str();
-
     testing::internal::CaptureStdout();
     hashPathname(type);
     std::string output = testing::internal::GetCapturedStdout();
-
     work::hashPathname = savedPath;
-    fclose(work::errorsOs);
-    work::errorsOs = savedLog;
-    free(logText);
     return output;
 }
 
