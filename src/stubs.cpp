@@ -1,5 +1,0 @@
-// Run modes whose bodies are not built yet.
-#include "modes.h"
-
-void uploadToFtp() {}
-void generateDiagnostics() {}
