@@ -75,7 +75,7 @@ int hashFileWith(const DigestKind& kind, const char* path, char* hash) {
 
     FileOwner file(fopen(path, "rb"));
     if (!file) {
-        // Kept out of the catalogue: support tooling matches this line as it stands.
+        // This line has always been written untranslated.
         logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s\n", path,
                  strerror(errno));
         return -1;

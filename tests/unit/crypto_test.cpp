@@ -127,27 +127,6 @@ TEST(CryptoHash, FilesAroundTheBlockSizeMatchCoreutils) {
     }
 }
 
-TEST(CryptoHash, PerAlgorithmFunctionsAgreeWithTheDispatcher) {
-    TempDir dir;
-    std::string path = dir.file("data");
-    writeFile(path, randomBytes(100000, 7));
-    Crypto crypto;
-    char direct[SHA256_HASH_SIZE] = {};
-    char dispatched[SHA256_HASH_SIZE] = {};
-
-    ASSERT_EQ(crypto.computeSha256Hash(path.c_str(), direct), 0);
-    ASSERT_EQ(crypto.computeHash(CRYPTO_SHA256, path.c_str(), dispatched), 0);
-    EXPECT_STREQ(direct, dispatched);
-
-    ASSERT_EQ(crypto.computeSha1Hash(path.c_str(), direct), 0);
-    ASSERT_EQ(crypto.computeHash(CRYPTO_SHA1, path.c_str(), dispatched), 0);
-    EXPECT_STREQ(direct, dispatched);
-
-    ASSERT_EQ(crypto.computeMd5Hash(path.c_str(), direct), 0);
-    ASSERT_EQ(crypto.computeHash(CRYPTO_MD5, path.c_str(), dispatched), 0);
-    EXPECT_STREQ(direct, dispatched);
-}
-
 TEST(CryptoHash, DigestTextFillsExactlyItsBufferAndIsTerminated) {
     TempDir dir;
     std::string path = dir.file("data");
