@@ -23,7 +23,6 @@ import ssl
 import subprocess
 import tempfile
 import threading
-import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from pathlib import Path
 
@@ -73,7 +72,11 @@ class _Handler(BaseHTTPRequestHandler):
             return
         mode = service.failures.get(name)
         if isinstance(mode, tuple) and mode[0] == "slow":
-            time.sleep(mode[1])
+            # A stopped service drops the waiting request at once, so that no connection
+            # outlives the test that asked for it.
+            if service.stopping.wait(mode[1]):
+                self.close_connection = True
+                return
             mode = None
         if mode == "500":
             self._send(500, json.dumps({"detail": "internal error"}))
@@ -98,6 +101,7 @@ class OrbService:
         self.failures = {}
         self.requests = []
         self.lock = threading.Lock()
+        self.stopping = threading.Event()
         self.server = ThreadingHTTPServer(("127.0.0.1", port), _Handler)
         self.server.daemon_threads = True
         self.server.orb = self
@@ -116,6 +120,7 @@ class OrbService:
             return [path for path, _ in self.requests]
 
     def stop(self):
+        self.stopping.set()
         self.server.shutdown()
         self.server.server_close()
 
