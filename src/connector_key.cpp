@@ -20,6 +20,9 @@ static_assert(4 * PIECE_SIZE == CONNECTOR_KEY_SIZE, "four pieces make the key");
 }  // namespace
 
 void getConnectorKey(unsigned char* key) {
-    const char* pieces[] = {GATR_KEY_PART1, GATR_KEY_PART2, GATR_KEY_PART3, GATR_KEY_PART4};
+    // Read through volatile pointers, the pieces stay four separate strings: otherwise the
+    // optimiser folds them into one 32-byte constant, the whole key again.
+    const char* volatile pieces[] = {GATR_KEY_PART1, GATR_KEY_PART2, GATR_KEY_PART3,
+                                     GATR_KEY_PART4};
     for (size_t i = 0; i < 4; ++i) memcpy(key + i * PIECE_SIZE, pieces[i], PIECE_SIZE);
 }
