@@ -8,11 +8,16 @@
 #include <regex>
 #include <string>
 
-#include "error_log_capture.h"
+#include "error_log_lines.h"
 #include "loopback_http.h"
+#include "test_support.h"
 #include "work.h"
 
 namespace {
+
+using test_support::CapturedErrorLog;
+using test_support::errorMessages;
+using test_support::errorStatuses;
 
 std::string headerBlock(const std::string& request) {
     return request.substr(0, request.find("\r\n\r\n") + 2);
@@ -137,30 +142,30 @@ TEST(ExecuteCurl, AnswerOfOutputSizeLessOneFits) {
     const std::string body(63, 'x');
     LoopbackHttp peer({LoopbackHttp::answer(200, body)});
     char output[64];
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     EXPECT_TRUE(get(peer.url(), CURL_METHOD_GET, nullptr, nullptr, output, sizeof output));
     EXPECT_EQ(body, output);
-    EXPECT_TRUE(log.messages().empty());
+    EXPECT_TRUE(errorMessages(log.text()).empty());
 }
 
 TEST(ExecuteCurl, AnswerOneByteTooLongAbortsTheTransfer) {
     LoopbackHttp peer({LoopbackHttp::answer(200, std::string(64, 'x'))});
     char output[64];
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     EXPECT_FALSE(get(peer.url("/big"), CURL_METHOD_GET, nullptr, nullptr, output, sizeof output));
     EXPECT_STREQ("Failed writing received data to disk/application (23)", output);
-    ASSERT_EQ(1u, log.messages().size());
+    ASSERT_EQ(1u, errorMessages(log.text()).size());
     EXPECT_EQ("call to curl_easy_perform() failed: (23) Failed writing received data to disk/application : " +
                   peer.url("/big"),
-              log.messages()[0]);
-    EXPECT_EQ("ERROR", log.statuses()[0]);
+              errorMessages(log.text())[0]);
+    EXPECT_EQ("ERROR", errorStatuses(log.text())[0]);
 }
 
 TEST(ExecuteCurl, OutputSizeZeroTakes2048BytesButCopiesNothing) {
     const std::string body(2047, 'y');
     LoopbackHttp peer({LoopbackHttp::answer(200, body), LoopbackHttp::answer(200, body + "y")});
     char output[4] = {'a', 'b', 'c', 'd'};
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     EXPECT_TRUE(get(peer.url(), CURL_METHOD_GET, nullptr, nullptr, output, 0));
     EXPECT_EQ(0, memcmp(output, "abcd", 4));
     EXPECT_FALSE(get(peer.url(), CURL_METHOD_GET, nullptr, nullptr, nullptr, 0));
@@ -169,14 +174,14 @@ TEST(ExecuteCurl, OutputSizeZeroTakes2048BytesButCopiesNothing) {
 TEST(ExecuteCurl, UnexpectedStatusIsLoggedWithTheAnswer) {
     LoopbackHttp peer({LoopbackHttp::answer(404, "no such thing"), LoopbackHttp::answer(500, "")});
     char output[64];
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     EXPECT_FALSE(get(peer.url("/a"), CURL_METHOD_GET, nullptr, nullptr, output, sizeof output));
     EXPECT_STREQ("no such thing", output);
     EXPECT_FALSE(get(peer.url("/b"), CURL_METHOD_GET, nullptr, nullptr, output, sizeof output));
-    ASSERT_EQ(2u, log.messages().size());
-    EXPECT_EQ(peer.url("/a") + " returned exit code: (404) no such thing", log.messages()[0]);
+    ASSERT_EQ(2u, errorMessages(log.text()).size());
+    EXPECT_EQ(peer.url("/a") + " returned exit code: (404) no such thing", errorMessages(log.text())[0]);
     // An empty answer is shown the way the C library shows a null text.
-    EXPECT_EQ(peer.url("/b") + " returned exit code: (500) (null)", log.messages()[1]);
+    EXPECT_EQ(peer.url("/b") + " returned exit code: (500) (null)", errorMessages(log.text())[1]);
 }
 
 TEST(ExecuteCurl, RefusedConnectionIsLoggedAndDescribedInTheOutput) {
@@ -187,17 +192,17 @@ TEST(ExecuteCurl, RefusedConnectionIsLoggedAndDescribedInTheOutput) {
     }
     std::string url = "http://127.0.0.1:" + std::to_string(port) + "/";
     char output[64];
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     EXPECT_FALSE(get(url, CURL_METHOD_GET, nullptr, nullptr, output, sizeof output));
     EXPECT_STREQ("Couldn't connect to server (7)", output);
-    ASSERT_EQ(1u, log.messages().size());
+    ASSERT_EQ(1u, errorMessages(log.text()).size());
     EXPECT_EQ("call to curl_easy_perform() failed: (7) Couldn't connect to server : " + url,
-              log.messages()[0]);
+              errorMessages(log.text())[0]);
 }
 
 TEST(ExecuteCurl, FailureTextIsCutToTheOutputSize) {
     char output[8];
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     EXPECT_FALSE(get("http://127.0.0.1:1/", CURL_METHOD_GET, nullptr, nullptr, output, sizeof output));
     EXPECT_STREQ("Couldn'", output);
 }
@@ -205,11 +210,11 @@ TEST(ExecuteCurl, FailureTextIsCutToTheOutputSize) {
 TEST(ExecuteCurl, UrlOfAnotherSchemeExpectsStatusZero) {
     // Neither "http" nor "ftp": a failed transfer leaves status 0, which is what such a URL
     // expects, so the call reports success.
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     char output[128];
     EXPECT_TRUE(get("file:///nonexistent/gatr/none", CURL_METHOD_GET, nullptr, nullptr, output,
                     sizeof output));
-    EXPECT_EQ(1u, log.messages().size());
+    EXPECT_EQ(1u, errorMessages(log.text()).size());
     EXPECT_EQ(0u, std::string(output).find("Couldn't read a file:// file (37)")) << output;
 }
 
@@ -259,10 +264,10 @@ TEST(ExecuteCurl, UploadSendsTheFileAndAStatisticsLine) {
 TEST(ExecuteCurl, AddressFamilyRestrictsResolution) {
     LoopbackHttp peer({LoopbackHttp::answer(200, "v4")});
     char output[16];
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     // An IPv4 literal cannot be reached when only IPv6 is allowed.
     EXPECT_FALSE(get(peer.url(), CURL_METHOD_GET, nullptr, nullptr, output, sizeof output, AF_INET6));
-    EXPECT_EQ(1u, log.messages().size());
+    EXPECT_EQ(1u, errorMessages(log.text()).size());
     EXPECT_TRUE(get(peer.url(), CURL_METHOD_GET, nullptr, nullptr, output, sizeof output, AF_INET));
     EXPECT_STREQ("v4", output);
 }

@@ -15,9 +15,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "error_log_capture.h"
+#include "error_log_lines.h"
+#include "test_support.h"
 
 namespace {
+
+using test_support::CapturedErrorLog;
+using test_support::errorMessages;
 
 int freePort() {
     int s = socket(AF_INET, SOCK_STREAM, 0);
@@ -46,16 +50,13 @@ bool accepts(int port) {
 class TlsPeer {
 public:
     TlsPeer() {
-        char pattern[] = "/tmp/gatr-tls-XXXXXX";
-        if (mkdtemp(pattern) == nullptr) return;
-        folder = pattern;
+        std::string cert = folder.file("cert.pem");
+        std::string key = folder.file("key.pem");
         std::string make = "openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=localhost "
-                           "-keyout " + folder + "/key.pem -out " + folder + "/cert.pem 2>/dev/null";
-        if (system(make.c_str()) != 0) return;
+                           "-keyout " + key + " -out " + cert + " 2>/dev/null";
+        if (folder.path().empty() || system(make.c_str()) != 0) return;
         port = freePort();
         std::string accept = "127.0.0.1:" + std::to_string(port);
-        std::string cert = folder + "/cert.pem";
-        std::string key = folder + "/key.pem";
         pid = fork();
         if (pid == 0) {
             if (freopen("/dev/null", "w", stdout) == nullptr ||
@@ -73,10 +74,6 @@ public:
             kill(pid, SIGTERM);
             waitpid(pid, nullptr, 0);
         }
-        if (!folder.empty()) {
-            std::string remove = "rm -rf " + folder;
-            if (system(remove.c_str()) != 0) perror("rm");
-        }
     }
     TlsPeer(const TlsPeer&) = delete;
     TlsPeer& operator=(const TlsPeer&) = delete;
@@ -85,7 +82,7 @@ public:
     std::string url() const { return "https://127.0.0.1:" + std::to_string(port) + "/"; }
 
 private:
-    std::string folder;
+    test_support::TempDir folder;
     int port = 0;
     pid_t pid = -1;
 };
@@ -94,25 +91,25 @@ TEST(ExecuteCurlTls, SelfSignedCertificateIsAcceptedWithoutVerification) {
     TlsPeer peer;
     ASSERT_TRUE(peer.ready());
     char output[16384];
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     EXPECT_TRUE(executeCurl(peer.url().c_str(), CURL_METHOD_GET, 0, static_cast<const char*>(nullptr),
                             nullptr, output, sizeof output, false, false, 10, nullptr, nullptr));
     EXPECT_NE(nullptr, strstr(output, "s_server")) << output;
-    EXPECT_TRUE(log.messages().empty());
+    EXPECT_TRUE(errorMessages(log.text()).empty());
 }
 
 TEST(ExecuteCurlTls, SelfSignedCertificateIsRefusedWithVerification) {
     TlsPeer peer;
     ASSERT_TRUE(peer.ready());
     char output[256];
-    ErrorLogCapture log;
+    CapturedErrorLog log;
     EXPECT_FALSE(executeCurl(peer.url().c_str(), CURL_METHOD_GET, 0, static_cast<const char*>(nullptr),
                              nullptr, output, sizeof output, true, false, 10, nullptr, nullptr));
     EXPECT_STREQ("SSL peer certificate or SSH remote key was not OK (60)", output);
-    ASSERT_EQ(1u, log.messages().size());
+    ASSERT_EQ(1u, errorMessages(log.text()).size());
     EXPECT_EQ("call to curl_easy_perform() failed: (60) SSL peer certificate or SSH remote key was "
               "not OK : " + peer.url(),
-              log.messages()[0]);
+              errorMessages(log.text())[0]);
 }
 
 }  // namespace
