@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <list>
 #include <string>
+#include <type_traits>
 
 enum json_type_t : int32_t {
     JSON_NONE = 0,
@@ -121,8 +122,19 @@ public:
     /// Copies at most size-1 bytes of a string value into the zero-filled buffer.
     char* getValue(const char* path, char* buffer, size_t size);
 
+    /// The buffer overload above, also reachable as getValue<char*>(path, buffer, size).
+    template <typename T> T getValue(const char* path, char* buffer, size_t size) {
+        static_assert(std::is_same<T, char*>::value, "only strings are copied into a buffer");
+        return getValue(path, buffer, size);
+    }
+
     template <typename T> int setValue(const char* path, json_type_t type, T value);
     int setValue(const char* path, json_type_t type, double value, int32_t prec);
+    /// The precision overload above, also reachable as setValue<double>(path, type, d, prec).
+    template <typename T> int setValue(const char* path, json_type_t type, T value, int32_t prec) {
+        static_assert(std::is_arithmetic<T>::value, "a number with a precision");
+        return setValue(path, type, static_cast<double>(value), prec);
+    }
 
     JsonNode* insertNode(const char* path, json_type_t type);
     int removeValue(const char* path);
@@ -158,4 +170,5 @@ template <> int JsonDocument::setValue<int>(const char* path, json_type_t type, 
 template <> int JsonDocument::setValue<double>(const char* path, json_type_t type, double value);
 template <> int JsonDocument::setValue<char const*>(const char* path, json_type_t type,
                                                    char const* value);
+template <> int JsonDocument::setValue<char*>(const char* path, json_type_t type, char* value);
 template <> int JsonDocument::setValue<void*>(const char* path, json_type_t type, void* value);
