@@ -1,0 +1,12 @@
+// Start-up, the root check and the end of every run.
+#pragma once
+
+/// Enters the program's own folder, sets the locale, the catalogue and the thousands
+/// separator; 0, or -1 when the folder cannot be entered.
+int initialize(const char* programPath);
+/// Returns only when the effective user is root; otherwise prints why and exits 1.
+void checkPermissions();
+/// Writes the settings file, removes the folders queued for deletion, closes the error log.
+void cleanup();
+/// Writes work::settings to path through a temporary file renamed over it; 0 or -1.
+int writeSettingsAtomically(const char* path);

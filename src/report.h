@@ -1,0 +1,69 @@
+// Shapes shared by every section of the main log: the section frame, labelled lines, the
+// "failed to retrieve data" line, and reading a command's output line by line.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <functional>
+
+/// Logs "<title> section commenced" and writes the rule and "<title>\n\n" to the main log.
+/// The title is translated by the caller.
+void beginSection(const char* title);
+/// Logs "<title> section completed".
+void endSection(const char* title);
+
+/// Writes "%-20s  %s\n" to the main log.
+void writeLabelled(const char* label, const char* value);
+/// Writes "  %-18s  %s\n" to the main log.
+void writeFact(const char* label, const char* value);
+/// Writes "  failed to retrieve data - refer to the gatr_errors.log for details\n\n".
+void writeRetrievalFailure();
+
+/// Logs "popen to <word> failed: <strerror(errno)>\n" at status ERROR under `source`.
+void logPopenFailure(const char* source, unsigned line, const char* word);
+
+/// Reads a command's output in lines of lineSize bytes (1024, or 2048 for package tools) and
+/// hands each to onLine (with its newline). A last line that arrives together with end of file
+/// is dropped: the report has always shown complete lines only.
+void readCommandLines(FILE* pipe, size_t lineSize, const std::function<void(const char*)>& onLine);
+
+/// RAII owner of a popen stream; close() returns pclose's raw wait status (-1 if not open).
+class Pipe {
+public:
+    Pipe(const char* command, const char* mode) : stream(popen(command, mode)) {}
+    ~Pipe() { close(); }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    FILE* get() const { return stream; }
+    explicit operator bool() const { return stream != nullptr; }
+    int close() {
+        if (stream == nullptr) return -1;
+        int status = pclose(stream);
+        stream = nullptr;
+        return status;
+    }
+
+private:
+    FILE* stream;
+};
+
+/// RAII owner of a FILE*.
+class File {
+public:
+    File(const char* path, const char* mode) : stream(fopen(path, mode)) {}
+    explicit File(FILE* adopted) : stream(adopted) {}
+    ~File() { close(); }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    FILE* get() const { return stream; }
+    explicit operator bool() const { return stream != nullptr; }
+    int close() {
+        if (stream == nullptr) return 0;
+        int result = fclose(stream);
+        stream = nullptr;
+        return result;
+    }
+
+private:
+    FILE* stream;
+};

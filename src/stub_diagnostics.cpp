@@ -1,0 +1,3 @@
+// Placeholder until the diagnostics run is built.
+#include "modes.h"
+void generateDiagnostics() {}

@@ -1,0 +1,3 @@
+// Placeholder until the hash mode is built.
+#include "modes.h"
+void hashPathname(crypto_type_t) {}

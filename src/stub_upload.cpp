@@ -1,0 +1,3 @@
+// Placeholder until the upload mode is built.
+#include "modes.h"
+void uploadToFtp() {}
