@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "i18n.h"
-#include "strings.h"
+#include "string_helpers.h"
 #include "work.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <sys/stat.h>
 
 #include "jsonparser.h"
 #include "jsonparser_internal.h"
@@ -55,6 +56,14 @@ int JsonDocument::loadDocument(const char* path) {
         if (file.get() == nullptr) {
             logError(jsonparser::SOURCE, __LINE__, STATUS_ERROR, "fopen on %s failed: %s\n", path,
                      std::strerror(errno));
+            return -1;
+        }
+        // A folder opens and seeks like a file but reports an absurd size; it is refused as
+        // the read would be, before any buffer is sized from it.
+        struct stat status;
+        if (fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) {
+            logError(jsonparser::SOURCE, __LINE__, STATUS_ERROR, "fread on file %s failed: %s",
+                     path, std::strerror(EISDIR));
             return -1;
         }
         long size = -1;
