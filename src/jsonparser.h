@@ -179,6 +179,10 @@ public:
     void dumpEntity(FILE* stream, int depth, std::list<JsonNode*>& list);
 
 private:
+    /// The body shared by every setValue: finds or inserts the node at path, hands it to
+    /// store(node, inserted), marks the document modified; 0 or -1.
+    template <typename Store> int storeValue(const char* path, json_type_t type, Store store);
+
     bool modified = false;
     bool valid = false;
     std::list<JsonNode*> rootList;

@@ -11,23 +11,7 @@
 
 using jsonparser::guarded;
 
-namespace {
-
 using JsonNode = JsonDocument::JsonNode;
-
-/// The node at `path`, inserted with `type` when missing; null when the document is not
-/// valid or the insertion fails. `inserted` tells which happened.
-JsonNode* findOrInsert(JsonDocument& doc, const char* path, json_type_t type, bool& inserted) {
-    inserted = false;
-    if (!doc.isValid()) return nullptr;
-    JsonNode* node = doc.findNode(path);
-    if (node != nullptr) return node;
-    node = doc.insertNode(path, type);
-    inserted = node != nullptr;
-    return node;
-}
-
-}  // namespace
 
 JsonDocument::~JsonDocument() {
     cleanup();
@@ -154,66 +138,54 @@ char* JsonDocument::getValue(const char* path, char* buffer, size_t size) {
     });
 }
 
-template <>
-int JsonDocument::setValue<bool>(const char* path, json_type_t type, bool value) {
+template <typename Store>
+int JsonDocument::storeValue(const char* path, json_type_t type, Store store) {
     return guarded<int>(__LINE__, -1, [&]() -> int {
-        bool inserted;
-        JsonNode* node = findOrInsert(*this, path, type, inserted);
-        if (node == nullptr) return -1;
-        node->setBoolean(value);
+        if (!valid) return -1;
+        bool inserted = false;
+        JsonNode* node = findNode(path);
+        if (node == nullptr) {
+            node = insertNode(path, type);
+            if (node == nullptr) return -1;
+            inserted = true;
+        }
+        store(node, inserted);
         modified = true;
         return 0;
     });
+}
+
+template <>
+int JsonDocument::setValue<bool>(const char* path, json_type_t type, bool value) {
+    return storeValue(path, type, [&](JsonNode* node, bool) { node->setBoolean(value); });
 }
 
 template <>
 int JsonDocument::setValue<int>(const char* path, json_type_t type, int value) {
-    return guarded<int>(__LINE__, -1, [&]() -> int {
-        bool inserted;
-        JsonNode* node = findOrInsert(*this, path, type, inserted);
-        if (node == nullptr) return -1;
-        node->setNumberInteger(value);
-        modified = true;
-        return 0;
-    });
+    return storeValue(path, type, [&](JsonNode* node, bool) { node->setNumberInteger(value); });
 }
 
 template <>
 int JsonDocument::setValue<double>(const char* path, json_type_t type, double value) {
-    return guarded<int>(__LINE__, -1, [&]() -> int {
-        bool inserted;
-        JsonNode* node = findOrInsert(*this, path, type, inserted);
-        if (node == nullptr) return -1;
-        // A new node gets the usual number of digits; an existing one keeps its own.
+    return storeValue(path, type, [&](JsonNode* node, bool inserted) {
+        // A new node gets the usual number of digits; an existing one keeps its own. Any
+        // type but these two stores nothing.
         if (type == JSON_DOUBLE) node->setNumberDouble(value, inserted ? 4 : 0);
         if (type == JSON_EXPONENTIAL) node->setNumberExponential(value, inserted ? 8 : 0);
-        modified = true;
-        return 0;
     });
 }
 
 int JsonDocument::setValue(const char* path, json_type_t type, double value, int32_t prec) {
-    return guarded<int>(__LINE__, -1, [&]() -> int {
-        bool inserted;
-        JsonNode* node = findOrInsert(*this, path, type, inserted);
-        if (node == nullptr) return -1;
+    return storeValue(path, type, [&](JsonNode* node, bool) {
         if (type == JSON_DOUBLE) node->setNumberDouble(value, prec);
         if (type == JSON_EXPONENTIAL) node->setNumberExponential(value, prec);
-        modified = true;
-        return 0;
     });
 }
 
 template <>
 int JsonDocument::setValue<char const*>(const char* path, json_type_t type, char const* value) {
-    return guarded<int>(__LINE__, -1, [&]() -> int {
-        bool inserted;
-        JsonNode* node = findOrInsert(*this, path, type, inserted);
-        if (node == nullptr) return -1;
-        node->setString(value ? value : "");
-        modified = true;
-        return 0;
-    });
+    return storeValue(path, type,
+                      [&](JsonNode* node, bool) { node->setString(value ? value : ""); });
 }
 
 template <>
@@ -223,13 +195,8 @@ int JsonDocument::setValue<char*>(const char* path, json_type_t type, char* valu
 
 template <>
 int JsonDocument::setValue<void*>(const char* path, json_type_t type, void* /*unused*/) {
-    return guarded<int>(__LINE__, -1, [&]() -> int {
-        bool inserted;
-        JsonNode* node = findOrInsert(*this, path, type, inserted);
-        if (node == nullptr) return -1;
+    return storeValue(path, type, [&](JsonNode* node, bool) {
         // An object or array found at the path is kept with its content.
         if (type == JSON_NULL) node->setNull();
-        modified = true;
-        return 0;
     });
 }

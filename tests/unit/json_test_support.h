@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "jsonparser.h"
@@ -54,6 +55,24 @@ public:
 private:
     char* data = nullptr;
     size_t size = 0;
+};
+
+// A temporary file holding `content`, removed when it goes.
+class TempFile {
+public:
+    explicit TempFile(const std::string& content) {
+        char name[] = "/tmp/gatr_json_XXXXXX";
+        int fd = mkstemp(name);
+        path = name;
+        if (fd >= 0) {
+            if (write(fd, content.data(), content.size()) < 0) path.clear();
+            close(fd);
+        }
+    }
+    ~TempFile() { unlink(path.c_str()); }
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+    std::string path;
 };
 
 /// The document written in the given layout, through a memory stream.

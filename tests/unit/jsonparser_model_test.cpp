@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <unistd.h>
 
 #include "json_test_support.h"
 #include "jsonparser.h"
@@ -509,31 +508,16 @@ TEST(JsonDocumentRemove, ObjectWithoutSameNamedChildStays) {
     EXPECT_EQ(R"({"obj":{"x":1}})", written(doc));
 }
 
-class TempFile {
-public:
-    explicit TempFile(const std::string& content) {
-        char name[] = "/tmp/gatr_json_XXXXXX";
-        int fd = mkstemp(name);
-        path = name;
-        if (fd >= 0) {
-            if (write(fd, content.data(), content.size()) < 0) path.clear();
-            close(fd);
-        }
-    }
-    ~TempFile() { unlink(path.c_str()); }
-    std::string path;
-};
-
 TEST(JsonDocumentLoad, FileIsReadUpToItsFirstNul) {
-    TempFile file(std::string("{\"a\":1}\0garbage", 15));
+    jsontest::TempFile file(std::string("{\"a\":1}\0garbage", 15));
     JsonDocument doc;
     EXPECT_EQ(0, doc.loadDocument(file.path.c_str()));
     EXPECT_EQ(1, doc.getValue<int>("a"));
 }
 
 TEST(JsonDocumentLoad, SecondLoadDiscardsTheFirstTree) {
-    TempFile first("{\"a\":1}");
-    TempFile second("[true]");
+    jsontest::TempFile first("{\"a\":1}");
+    jsontest::TempFile second("[true]");
     JsonDocument doc;
     ASSERT_EQ(0, doc.loadDocument(first.path.c_str()));
     ASSERT_EQ(0, doc.loadDocument(second.path.c_str()));
@@ -542,8 +526,8 @@ TEST(JsonDocumentLoad, SecondLoadDiscardsTheFirstTree) {
 }
 
 TEST(JsonDocumentLoad, FailuresAreLoggedAndLeaveTheDocumentInvalid) {
-    TempFile empty("");
-    TempFile bad("{\"a\":tru}");
+    jsontest::TempFile empty("");
+    jsontest::TempFile bad("{\"a\":tru}");
     struct Case {
         const char* name;
         std::string path;

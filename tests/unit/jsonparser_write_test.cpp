@@ -194,10 +194,8 @@ TEST(JsonWriter, InvalidDocumentWritesNothing) {
 }
 
 TEST(JsonWriter, FileIsWrittenAndModifiedCleared) {
-    char path[] = "/tmp/gatr_json_write_XXXXXX";
-    int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    close(fd);
+    jsontest::TempFile file("old content, longer than the new");
+    const char* path = file.path.c_str();
     JsonDocument doc;
     ASSERT_EQ(0, doc.createDocument(JSON_OBJECT));
     ASSERT_EQ(0, doc.setValue<int>("version", JSON_INTEGER, 1));
@@ -208,7 +206,6 @@ TEST(JsonWriter, FileIsWrittenAndModifiedCleared) {
     std::stringstream content;
     content << in.rdbuf();
     EXPECT_EQ("{\n    \"version\": 1\n}\n", content.str());
-    unlink(path);
 }
 
 TEST(JsonWriter, UnopenableFileIsLogged) {
