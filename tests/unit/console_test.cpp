@@ -5,11 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <string>
 #include <unistd.h>
 
+#include "test_support.h"
 #include "work.h"
 
 namespace {
@@ -17,18 +17,15 @@ namespace {
 // Sends standard output to a temporary file while it lives.
 class CapturedStdout {
 public:
-    CapturedStdout() {
+    CapturedStdout() : path(dir.file("stdout")) {
         std::fflush(stdout);
         saved = dup(STDOUT_FILENO);
-        char name[] = "/tmp/gatr_console_out_XXXXXX";
-        fd = mkstemp(name);
-        path = name;
+        fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
         dup2(fd, STDOUT_FILENO);
     }
     ~CapturedStdout() {
         restore();
         close(fd);
-        unlink(path.c_str());
     }
     /// Everything written so far; standard output goes back to where it was.
     std::string text() {
@@ -49,29 +46,23 @@ private:
         close(saved);
         saved = -1;
     }
+    test_support::TempDir dir;
+    std::string path;
     int saved = -1;
     int fd = -1;
-    std::string path;
 };
 
 // Feeds standard input from a temporary file holding `content` while it lives.
 class FedStdin {
 public:
     explicit FedStdin(const std::string& content) {
-        char name[] = "/tmp/gatr_console_in_XXXXXX";
-        int fd = mkstemp(name);
-        path = name;
-        if (write(fd, content.data(), content.size()) < 0) path.clear();
-        close(fd);
-        EXPECT_NE(nullptr, std::freopen(path.c_str(), "r", stdin));
+        test_support::writeFile(dir.file("stdin"), content);
+        EXPECT_NE(nullptr, std::freopen(dir.file("stdin").c_str(), "r", stdin));
     }
-    ~FedStdin() {
-        std::freopen("/dev/null", "r", stdin);
-        unlink(path.c_str());
-    }
+    ~FedStdin() { std::freopen("/dev/null", "r", stdin); }
 
 private:
-    std::string path;
+    test_support::TempDir dir;
 };
 
 class OptionsGuard {

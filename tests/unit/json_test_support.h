@@ -4,37 +4,22 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "jsonparser.h"
-#include "work.h"
+#include "test_support.h"
 
 namespace jsontest {
 
-// Points the error log at a memory buffer while it lives.
-class ErrorLog {
+// The shared in-memory error log, read as the messages it holds.
+class ErrorLog : public test_support::CapturedErrorLog {
 public:
-    ErrorLog() { work::errorsOs = open_memstream(&data, &size); }
-    ~ErrorLog() {
-        std::fclose(work::errorsOs);
-        work::errorsOs = nullptr;
-        std::free(data);
-    }
-    ErrorLog(const ErrorLog&) = delete;
-    ErrorLog& operator=(const ErrorLog&) = delete;
-
-    std::string text() {
-        std::fflush(work::errorsOs);
-        return std::string(data, size);
-    }
     /// The messages of the logged lines, after the fixed-width columns (66 characters).
     std::vector<std::string> messages() {
         std::vector<std::string> result;
-        std::string all = text();
+        const std::string all = text();
         size_t start = 0;
         while (start < all.size()) {
             size_t end = all.find('\n', start);
@@ -46,32 +31,20 @@ public:
     }
     /// The source column of the first line, trimmed.
     std::string firstSource() {
-        std::string all = text();
+        const std::string all = text();
         if (all.size() < 36) return "";
         std::string source = all.substr(20, 16);
         return source.substr(0, source.find_last_not_of(' ') + 1);
     }
-
-private:
-    char* data = nullptr;
-    size_t size = 0;
 };
 
-// A temporary file holding `content`, removed when it goes.
+// A file holding `content` in a folder of its own, removed with it.
 class TempFile {
 public:
-    explicit TempFile(const std::string& content) {
-        char name[] = "/tmp/gatr_json_XXXXXX";
-        int fd = mkstemp(name);
-        path = name;
-        if (fd >= 0) {
-            if (write(fd, content.data(), content.size()) < 0) path.clear();
-            close(fd);
-        }
+    explicit TempFile(const std::string& content) : path(dir.file("document.json")) {
+        test_support::writeFile(path, content);
     }
-    ~TempFile() { unlink(path.c_str()); }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
+    test_support::TempDir dir;
     std::string path;
 };
 
