@@ -47,3 +47,20 @@ bool copyCommandBlock(const char* heading, const char* command, const char* word
     fprintf(out, "\n");
     return true;
 }
+
+bool copyCommandToFile(const char* path, const std::function<void(FILE*)>& writeHeading,
+                       const char* command, const char* word, size_t lineSize) {
+    File file(path, "w");
+    if (!file) {
+        logFileOpenFailure(path);
+        return false;
+    }
+    writeHeading(file.get());
+    Pipe pipe(command, "r");
+    if (!pipe) {
+        logPopenFailure(LINUX_SOURCE, __LINE__, word);
+        return false;
+    }
+    readCommandLines(pipe.get(), lineSize, [&](const char* line) { fputs(line, file.get()); });
+    return true;
+}

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
+#include <functional>
 
 // The inventory sections report under one module name, whichever file holds the code.
 constexpr const char* LINUX_SOURCE = "src/linux.cpp";
@@ -28,3 +30,11 @@ bool isErrorLine(const char* line);
 /// "popen to <word> failed" and written nothing, when the command could not be started.
 bool copyCommandBlock(const char* heading, const char* command, const char* word,
                       LineFilter filter, size_t lineSize = 1024);
+
+/// Creates the file at path, writes its heading through writeHeading, then every complete
+/// output line of command unchanged (lineSize bytes each). Returns true when the file is
+/// complete; false, having logged "fopen on <path> failed" or "popen to <word> failed", when
+/// the file could not be created or the command could not be started (the file then holds
+/// only its heading).
+bool copyCommandToFile(const char* path, const std::function<void(FILE*)>& writeHeading,
+                       const char* command, const char* word, size_t lineSize);

@@ -5,7 +5,6 @@
 #include "i18n.h"
 #include "linux_blocks.h"
 #include "linux_sections.h"
-#include "logging.h"
 #include "report.h"
 #include "shell_escape.h"
 #include "work.h"
@@ -77,20 +76,8 @@ void enumerateNetworkingStatistics() {
     char path[PATH_SIZE];
     // Named after the program, not the host, like every file in the logs folder.
     snprintf(path, sizeof path, "%s/logs/%s_netstat.log", work::outputFolder, PROGRAM_NAME);
-    File file(path, "w");
-    if (!file) {
-        logFileOpenFailure(path);
-        return;
-    }
-    fprintf(file.get(), "%s\n\n", _("Network statistics"));
-    Pipe pipe("netstat -atup 2>&1", "r");
-    if (!pipe) {
-        logPopenFailure(LINUX_SOURCE, __LINE__, "netstat");
-        return;
-    }
-    readCommandLines(pipe.get(), 1024, [&](const char* line) { fputs(line, file.get()); });
-    pipe.close();
-    file.close();
+    auto heading = [](FILE* file) { fprintf(file, "%s\n\n", _("Network statistics")); };
+    if (!copyCommandToFile(path, heading, "netstat -atup 2>&1", "netstat", 1024)) return;
     fprintf(out, "  %s %s\n\n", _("network statistics are listed in the file"), path);
     work::archiveList.push_back(path);
 }

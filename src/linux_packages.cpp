@@ -1,6 +1,5 @@
 // The PACKAGES section: enabled repositories and the installed packages file.
 #include <cstdio>
-#include <cstring>
 
 #include "i18n.h"
 #include "linux_blocks.h"
@@ -35,23 +34,13 @@ void enumeratePackagesRepositories() {
 void enumeratePackagesInstalled() {
     char path[PATH_SIZE];
     snprintf(path, sizeof path, "%s/logs/%s_packages.log", work::outputFolder, PROGRAM_NAME);
-    File file(path, "w");
-    if (!file) {
-        logFileOpenFailure(path);
-        return;
-    }
-    writePackagesHeading(file.get());
     // rpm ends every record with the newline inside the query format.
-    Pipe pipe("rpm --query -all --queryformat '%-40{NAME} %30{VERSION} %30{INSTALLTIME:date}  "
-              "%{PACKAGER}\n' | sort -u",
-              "r");
-    if (!pipe) {
-        logPopenFailure(LINUX_SOURCE, __LINE__, "rpm");
+    if (!copyCommandToFile(path, writePackagesHeading,
+                           "rpm --query -all --queryformat '%-40{NAME} %30{VERSION} "
+                           "%30{INSTALLTIME:date}  %{PACKAGER}\n' | sort -u",
+                           "rpm", PACKAGE_LINE_SIZE)) {
         return;
     }
-    readCommandLines(pipe.get(), PACKAGE_LINE_SIZE, [&](const char* line) { fputs(line, file.get()); });
-    pipe.close();
-    file.close();
     fprintf(work::logOs, "%s %s\n\n", _("installed packages are listed in the file"), path);
     work::archiveList.push_back(path);
 }
