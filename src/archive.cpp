@@ -44,12 +44,12 @@ void logTarStatus(int status) {
     // The raw wait status is compared as it stands: tar's own exit codes 1 and 2 arrive
     // shifted (256, 512) and are reported with the general message.
     case 1:
-        logError(__FILE__, __LINE__, STATUS_WARNING, _("%s returned a non-fatal error: exit code is %d"),
-                 TAR, 1);
+        logError(__FILE__, __LINE__, STATUS_WARNING,
+                 _("%s returned a non-fatal error: exit code is %d"), TAR, 1);
         return;
     case 2:
-        logError(__FILE__, __LINE__, STATUS_ERROR, _("%s returned a fatal error: exit code is %d"), TAR,
-                 2);
+        logError(__FILE__, __LINE__, STATUS_ERROR,
+                 _("%s returned a fatal error: exit code is %d"), TAR, 2);
         return;
     default:
         logError(__FILE__, __LINE__, STATUS_ERROR, _("%s returned an error: exit code is %d"), TAR,

@@ -21,7 +21,8 @@ void copyAdapterDetails(const char* address) {
     snprintf(command, sizeof command, "lspci -v -s \"%s\"", escaped);
     Pipe pipe(command, "r");
     if (!pipe) return;
-    readCommandLines(pipe.get(), 1024, [](const char* line) { fprintf(work::logOs, "  %s", line); });
+    readCommandLines(pipe.get(), 1024,
+                     [](const char* line) { fprintf(work::logOs, "  %s", line); });
 }
 
 bool isProxyLine(const char* line) {

@@ -119,7 +119,8 @@ const char* getOsRelease(const char* fallback) {
         return fallback;
     }
     // The last line read wins: a release file holds its description last.
-    readCommandLines(pipe.get(), 1024, [](const char* line) { parseOsReleaseLine(line, osRelease); });
+    readCommandLines(pipe.get(), 1024,
+                     [](const char* line) { parseOsReleaseLine(line, osRelease); });
     return osRelease;
 }
 

@@ -200,9 +200,11 @@ DMI_EXPECTED = {
         "Firmware:             Dell Inc., 2.12.2, 07/09/2021\n\n"),
     "hyperv": (
         "Provisioning:         Virtualised\n\n"
-        "System:               Microsoft Corporation Virtual Machine, version Hyper-V UEFI Release v4.1\n"
+        "System:               Microsoft Corporation Virtual Machine, "
+        "version Hyper-V UEFI Release v4.1\n"
         "UUID:                 6b1a5c2e-43d0-4f8a-9c1e-27d0b3f4a511\n"
-        "Motherboard:          Microsoft Corporation Virtual Machine, version Hyper-V UEFI Release v4.1\n\n"
+        "Motherboard:          Microsoft Corporation Virtual Machine, "
+        "version Hyper-V UEFI Release v4.1\n\n"
         "Firmware mode:        UEFI\n"
         "Firmware:             Microsoft Corporation, Hyper-V UEFI Release v4.1, 04/06/2022\n\n"),
     "missing": (
@@ -360,12 +362,18 @@ def standard_machine(sandbox, release=CENTOS_7, dmi="vmware"):
     install_boot(sandbox)
 
 
-def run_diagnostics(gatr, sandbox, *args, hostname=HOSTNAME, env=None):
-    """Runs gatr in a UTS namespace of its own, so that the node name is known."""
+def run_diagnostics(gatr, sandbox, *args, hostname=HOSTNAME, env=None, without_dac=False):
+    """Runs gatr in a UTS namespace of its own, so that the node name is known. without_dac
+    takes from root the power to read and enter what its modes forbid, as on a machine whose
+    security policy confines it."""
     environment = {"HOME": str(sandbox.home)}
     environment.update(env or {})
-    return gatr("--uts", "sh", "-c", 'hostname "$0" && exec "$@"', hostname,
-                str(STAGE / "gatr"), *args, program="/usr/bin/unshare", env=environment)
+    command = ["/usr/bin/unshare", "--uts", "sh", "-c", 'hostname "$0" && exec "$@"', hostname,
+               str(STAGE / "gatr"), *args]
+    if without_dac:
+        command = ["/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search",
+                   *command]
+    return gatr(*command[1:], program=command[0], env=environment)
 
 
 def tool_env(sandbox, env=None):

@@ -14,9 +14,9 @@ from conftest import ERROR_LOG, LOGS, MAIN_LOG, OUTPUT, STAGE
 from fixtures_system import (
     BOOT_LINE, CENTOS_7, CPUINFO_TWO_SOCKETS, DMI_EXPECTED, HOSTNAME, KERNELS_BLOCK,
     PROGRESS_POINTS, TWO_SOCKETS_BLOCK, UBUNTU_LSB, UPTIME_LINE, YUM_ERROR_LINE,
-    YUM_EXPECTED_BLOCK, complete_lines, copied_block, cpu_block, install_boot, install_dmidecode, install_yum, memory_text,
-    place_file, progress, run_diagnostics, shell, split_sections, standard_machine,
-    tool_env, upload_instructions)
+    YUM_EXPECTED_BLOCK, complete_lines, copied_block, cpu_block, install_boot,
+    install_dmidecode, install_yum, memory_text, place_file, progress, run_diagnostics, shell,
+    split_sections, standard_machine, tool_env, upload_instructions)
 
 INVENTORY = ["SYSTEM", "ENVIRONMENT", "SERVER TUNING", "DEVICES", "STORAGE", "NETWORKING",
              "PACKAGES"]
@@ -115,6 +115,10 @@ def expected_console(archive=None):
     return text + (upload_instructions(archive) if archive else "")
 
 
+def archive_complaints(run):
+    return [e for e in run.error_lines if e.source == "archive.cpp" and e.status != "information"]
+
+
 def errors_with(run, status):
     return [(line.source, line.message) for line in run.error_lines if line.status == status]
 
@@ -202,8 +206,8 @@ def test_full_run_console_main_log_settings_and_archive(gatr, sandbox):
 
     members = archive_members(archive)
     messages_log = ["/var/log/messages"] if os.path.exists("/var/log/messages") else []
-    assert members == messages_log + ["/etc/fstab", "/etc/hosts", str(MAIN_LOG), str(ERROR_LOG), NETSTAT_LOG,
-                       PACKAGES_LOG]
+    assert members == messages_log + ["/etc/fstab", "/etc/hosts", str(MAIN_LOG), str(ERROR_LOG),
+                                      NETSTAT_LOG, PACKAGES_LOG]
     packed_errors = archive_member_text(archive, str(ERROR_LOG))
     assert packed_errors.rstrip("\n").split("\n")[-1].endswith(" logging suspended")
     assert run.error_log.startswith(packed_errors)
@@ -394,7 +398,23 @@ def test_archive_members_in_order_with_message_log_first(gatr, sandbox):
         PACKAGES_LOG, "/var/opt/inst/b.txt"]
     assert archive_member_text(archive, "/var/log/messages").startswith("Jul  4 11:25:01")
     # A path that cannot be read is passed over by tar; the run does not count it a failure.
-    assert not [e for e in run.error_lines if e.source == "archive.cpp" and e.status != "information"]
+    assert not archive_complaints(run)
+
+
+def test_unreadable_folder_is_passed_over_and_the_archive_offered(gatr, sandbox):
+    standard_machine(sandbox)
+    sandbox.write("/var/opt/secret/inside.txt", "hidden\n")
+    sandbox.write("/var/opt/open/visible.txt", "shown\n")
+    os.chmod("/var/opt/secret", 0)
+    run = run_diagnostics(gatr, sandbox, "-i", "/var/opt/secret", "-i", "/var/opt/open",
+                          without_dac=True)
+    assert run.rc == 0
+    archive = run.settings["last_archive_file"]
+    assert run.stdout == expected_console(archive)
+    members = archive_members(archive)
+    assert "/var/opt/open/visible.txt" in members
+    assert not [m for m in members if m.startswith("/var/opt/secret")]
+    assert not archive_complaints(run)
 
 
 def test_debug_archive_logs_the_whole_tar_command(gatr, sandbox):

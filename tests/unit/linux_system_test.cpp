@@ -102,7 +102,8 @@ TEST(ParseOsReleaseLine, LastLineWinsAndDescriptionIsUnquoted) {
         const char* want;
     };
     const Case cases[] = {
-        {"centos line", {"CentOS Linux release 7.9.2009 (Core)\n"}, "CentOS Linux release 7.9.2009 (Core)"},
+        {"centos line", {"CentOS Linux release 7.9.2009 (Core)\n"},
+         "CentOS Linux release 7.9.2009 (Core)"},
         {"ubuntu lsb file",
          {"DISTRIB_ID=Ubuntu\n", "DISTRIB_RELEASE=22.04\n", "DISTRIB_CODENAME=jammy\n",
           "DISTRIB_DESCRIPTION=\"Ubuntu 22.04.4 LTS\"\n"},
