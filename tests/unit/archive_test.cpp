@@ -8,10 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "captured_streams.h"
+#include "test_support.h"
 #include "work.h"
 
 namespace {
+
+using test_support::CapturedErrorLog;
 
 std::vector<std::string> ordered(std::list<std::string> entries) {
     orderArchiveList(entries);

@@ -5,9 +5,12 @@
 
 #include <string>
 
-#include "captured_streams.h"
+#include "test_support.h"
 
 namespace {
+
+using test_support::CapturedErrorLog;
+using test_support::CapturedMainLog;
 
 // The message part of every error-log line, one per entry, in order.
 std::string messages(const std::string& errorLog) {

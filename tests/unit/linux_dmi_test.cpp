@@ -6,9 +6,11 @@
 #include <sstream>
 #include <string>
 
-#include "captured_streams.h"
+#include "test_support.h"
 
 namespace {
+
+using test_support::CapturedMainLog;
 
 DmiRecord parseText(const std::string& text) {
     DmiRecord record;
