@@ -1,8 +1,10 @@
-// Copying command output into the main log: heading, indent, filters, the dropped last line.
+// Copying command output into the main log or a file: heading, indent, filters, the dropped
+// last line.
 #include "linux_blocks.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 
 #include "test_support.h"
@@ -85,6 +87,42 @@ TEST(CopyCommandBlock, LongLinesArriveInPiecesOfTheLineSize) {
     copyCommandBlock(nullptr, "printf '%1500s\\n' x", "word", LineFilter::None);
     std::string want = "  " + std::string(1022, ' ') + "  " + std::string(477, ' ') + "x\n\n";
     EXPECT_EQ(want, log.text());
+}
+
+std::string readWhole(const std::string& path) {
+    std::string text;
+    FILE* f = fopen(path.c_str(), "r");
+    if (f == nullptr) return "<missing>";
+    char block[256];
+    size_t n;
+    while ((n = fread(block, 1, sizeof block, f)) > 0) text.append(block, n);
+    fclose(f);
+    return text;
+}
+
+void writeTitle(FILE* file) {
+    fputs("Title\n\n", file);
+}
+
+TEST(CopyCommandToFile, HeadingThenCompleteLinesUnchanged) {
+    test_support::TempDir dir;
+    CapturedErrorLog errors;
+    std::string path = dir.file("out.log");
+    EXPECT_TRUE(copyCommandToFile(path.c_str(), writeTitle, "printf 'a\\n  error b\\nc'",
+                                  "word", 1024));
+    EXPECT_EQ("Title\n\na\n  error b\n", readWhole(path));
+    EXPECT_EQ("", errors.text());
+}
+
+TEST(CopyCommandToFile, FileThatCannotBeCreatedIsLoggedAndNothingRuns) {
+    test_support::TempDir dir;
+    CapturedErrorLog errors;
+    std::string path = dir.file("missing/out.log");
+    std::string marker = dir.file("ran");
+    std::string command = "touch " + marker;
+    EXPECT_FALSE(copyCommandToFile(path.c_str(), writeTitle, command.c_str(), "word", 1024));
+    EXPECT_EQ("<missing>", readWhole(marker));
+    EXPECT_EQ("fopen on " + path + " failed: No such file or directory|", messages(errors.text()));
 }
 
 TEST(IsErrorLine, LowerAndUpperCaseOnly) {
