@@ -1,5 +1,5 @@
 // Helpers the unit tests share: a throw-away folder, file writing, running a reference tool,
-// and an error log held in memory.
+// and the error log or the main log held in memory.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -59,21 +59,22 @@ inline std::string runCommand(const std::string& command) {
     return output;
 }
 
-// Points the error log at a memory buffer for the life of the object, then puts back the
-// stream that was there.
-class CapturedErrorLog {
+// Points one of the two logs at a memory buffer for the life of the object, then puts back
+// the stream that was there.
+template <FILE*& Stream>
+class CapturedStream {
 public:
-    CapturedErrorLog() : saved_(work::errorsOs) { work::errorsOs = open_memstream(&text_, &size_); }
-    ~CapturedErrorLog() {
-        if (work::errorsOs != nullptr)
-            fclose(work::errorsOs);
-        work::errorsOs = saved_;
+    CapturedStream() : saved_(Stream) { Stream = open_memstream(&text_, &size_); }
+    ~CapturedStream() {
+        if (Stream != nullptr)
+            fclose(Stream);
+        Stream = saved_;
         free(text_);
     }
-    CapturedErrorLog(const CapturedErrorLog&) = delete;
-    CapturedErrorLog& operator=(const CapturedErrorLog&) = delete;
+    CapturedStream(const CapturedStream&) = delete;
+    CapturedStream& operator=(const CapturedStream&) = delete;
     std::string text() {
-        fflush(work::errorsOs);
+        fflush(Stream);
         return std::string(text_, size_);
     }
 
@@ -82,5 +83,8 @@ private:
     char* text_ = nullptr;
     size_t size_ = 0;
 };
+
+using CapturedErrorLog = CapturedStream<work::errorsOs>;
+using CapturedMainLog = CapturedStream<work::logOs>;
 
 }  // namespace test_support
