@@ -137,12 +137,12 @@ protected:
 };
 
 TEST_F(OrbNotificationsDebug, DebugModeKeepsBothAnswersInTheLogsFolderAndTheArchive) {
-    orbtest::OutputFolder output(folder.path);
+    orbtest::OutputFolder output(folder.path());
     ErrorLog errors;
     work::hasOrbDebugOn = true;
     report(R"({"email_active":true,"notify_email":"a@b"})", R"({"address":"h","port":25})");
-    std::string notifyFile = folder.path + "/logs/gatr_orb-notify.json";
-    std::string smtpFile = folder.path + "/logs/gatr_orb-smtp.json";
+    std::string notifyFile = folder.path() + "/logs/gatr_orb-notify.json";
+    std::string smtpFile = folder.path() + "/logs/gatr_orb-smtp.json";
     EXPECT_EQ((std::list<std::string>{notifyFile, smtpFile}), work::archiveList);
     JsonDocument kept;
     ASSERT_EQ(0, kept.loadDocument(notifyFile.c_str()));
@@ -155,21 +155,21 @@ TEST_F(OrbNotificationsDebug, DebugModeKeepsBothAnswersInTheLogsFolderAndTheArch
 }
 
 TEST_F(OrbNotificationsDebug, EmailOffKeepsOnlyTheNotificationSettings) {
-    orbtest::OutputFolder output(folder.path);
+    orbtest::OutputFolder output(folder.path());
     ErrorLog errors;
     work::hasOrbDebugOn = true;
     report(R"({"email_active":false})", R"({"address":"h"})");
-    EXPECT_EQ((std::list<std::string>{folder.path + "/logs/gatr_orb-notify.json"}),
+    EXPECT_EQ((std::list<std::string>{folder.path() + "/logs/gatr_orb-notify.json"}),
               work::archiveList);
-    EXPECT_EQ("<missing>", orbtest::readFile(folder.path + "/logs/gatr_orb-smtp.json"));
+    EXPECT_EQ("<missing>", orbtest::readFile(folder.path() + "/logs/gatr_orb-smtp.json"));
 }
 
 TEST_F(OrbNotificationsDebug, WithoutDebugModeNothingIsKept) {
-    orbtest::OutputFolder output(folder.path);
+    orbtest::OutputFolder output(folder.path());
     report(R"({"email_active":true})", R"({"address":"h"})");
     EXPECT_TRUE(work::archiveList.empty());
-    EXPECT_EQ("<missing>", orbtest::readFile(folder.path + "/logs/gatr_orb-notify.json"));
-    EXPECT_EQ("<missing>", orbtest::readFile(folder.path + "/logs/gatr_orb-smtp.json"));
+    EXPECT_EQ("<missing>", orbtest::readFile(folder.path() + "/logs/gatr_orb-notify.json"));
+    EXPECT_EQ("<missing>", orbtest::readFile(folder.path() + "/logs/gatr_orb-smtp.json"));
 }
 
 }  // namespace

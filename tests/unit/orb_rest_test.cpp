@@ -107,11 +107,11 @@ protected:
 };
 
 TEST_F(OrbRestDebug, AnswerIsKeptPrettyInTheLogsFolderOnlyInDebugMode) {
-    orbtest::OutputFolder folder(output.path);
+    orbtest::OutputFolder folder(output.path());
     ErrorLog errors;
     JsonDocument document;
     orbtest::load(document, R"([{"uuid":"d-1","name":"Local"}])");
-    std::string file = output.path + "/logs/gatr_orb-destination.json";
+    std::string file = output.path() + "/logs/gatr_orb-destination.json";
 
     keepOrbAnswer(document, ORB_DESTINATION_ENDPOINT);
     EXPECT_EQ("<missing>", orbtest::readFile(file));
@@ -128,7 +128,7 @@ TEST_F(OrbRestDebug, AnswerIsKeptPrettyInTheLogsFolderOnlyInDebugMode) {
 }
 
 TEST_F(OrbRestDebug, EndpointsWithoutAKeptFileKeepNothing) {
-    orbtest::OutputFolder folder(output.path);
+    orbtest::OutputFolder folder(output.path());
     work::hasOrbDebugOn = true;
     JsonDocument document;
     orbtest::load(document, R"({"api_version":"v1"})");
@@ -138,8 +138,8 @@ TEST_F(OrbRestDebug, EndpointsWithoutAKeptFileKeepNothing) {
 }
 
 TEST_F(OrbRestDebug, FailedWriteIsNeitherRecordedNorArchived) {
-    orbtest::OutputFolder folder(output.path + "/gone");
-    (void)!system(("rm -rf '" + output.path + "/gone'").c_str());
+    orbtest::OutputFolder folder(output.path() + "/gone");
+    (void)!system(("rm -rf '" + output.path() + "/gone'").c_str());
     ErrorLog errors;
     work::hasOrbDebugOn = true;
     JsonDocument document;

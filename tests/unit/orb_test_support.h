@@ -17,42 +17,15 @@
 #include <string>
 
 #include "jsonparser.h"
+#include "test_support.h"
 #include "orb.h"
 #include "work.h"
 
 namespace orbtest {
 
-/// Points one of the two logs at a memory buffer for the length of a test.
-class CapturedStream {
-public:
-    explicit CapturedStream(FILE*& target) : stream(target), saved(target) {
-        stream = open_memstream(&data, &size);
-    }
-    ~CapturedStream() {
-        if (stream != nullptr) fclose(stream);
-        stream = saved;
-        free(data);
-    }
-    CapturedStream(const CapturedStream&) = delete;
-    CapturedStream& operator=(const CapturedStream&) = delete;
-    std::string text() {
-        fflush(stream);
-        return std::string(data, size);
-    }
-
-private:
-    FILE*& stream;
-    FILE* saved;
-    char* data = nullptr;
-    size_t size = 0;
-};
-
-struct MainLog : CapturedStream {
-    MainLog() : CapturedStream(work::logOs) {}
-};
-struct ErrorLog : CapturedStream {
-    ErrorLog() : CapturedStream(work::errorsOs) {}
-};
+using MainLog = test_support::CapturedMainLog;
+using ErrorLog = test_support::CapturedErrorLog;
+using TempFolder = test_support::TempDir;
 
 /// A document parsed from fixture text; the test fails when the text does not parse.
 inline void load(JsonDocument& document, const std::string& text) {
@@ -85,22 +58,6 @@ inline ::testing::AssertionResult contains(const std::string& text, const std::s
     if (text.find(block) != std::string::npos) return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << "missing block:\n" << block << "\nin:\n" << text;
 }
-
-/// A fresh folder under /tmp, removed with its contents at the end of the test.
-class TempFolder {
-public:
-    TempFolder() {
-        char pattern[] = "/tmp/gatr-orb-test-XXXXXX";
-        const char* made = mkdtemp(pattern);
-        if (made != nullptr) path = made;
-    }
-    ~TempFolder() {
-        if (!path.empty()) (void)!system(("rm -rf '" + path + "'").c_str());
-    }
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    std::string path;
-};
 
 /// Points work::outputFolder at folder (with a "logs" folder made in it) for a test.
 class OutputFolder {
@@ -136,10 +93,7 @@ inline std::string readFile(const std::string& path) {
 inline void writeFile(const std::string& path, const std::string& text, mode_t mode = 0644) {
     std::string folder = path.substr(0, path.rfind('/'));
     (void)!system(("mkdir -p '" + folder + "'").c_str());
-    FILE* file = fopen(path.c_str(), "wb");
-    ASSERT_NE(nullptr, file) << path;
-    fwrite(text.data(), 1, text.size(), file);
-    fclose(file);
+    test_support::writeFile(path, text);
     chmod(path.c_str(), mode);
 }
 

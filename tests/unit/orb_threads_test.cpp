@@ -19,10 +19,10 @@ constexpr int kNoService = 1;
 
 TEST(OrbThreadDump, UnreachableServiceLeavesHeadingAndThreeIterationLinesAndIsArchived) {
     TempFolder output;
-    orbtest::OutputFolder folder(output.path);
+    orbtest::OutputFolder folder(output.path());
     ErrorLog errors;
     generateOrbThreadDump(kNoService, "token-not-used-here", 0);
-    std::string file = output.path + "/logs/gatr_orb-threadsdump.log";
+    std::string file = output.path() + "/logs/gatr_orb-threadsdump.log";
     std::string text = readFile(file);
     const std::regex layout(
         "ORB Threads Dump\n\n"
@@ -39,12 +39,12 @@ TEST(OrbThreadDump, UnreachableServiceLeavesHeadingAndThreeIterationLinesAndIsAr
 
 TEST(OrbThreadDump, FileThatCannotBeMadeIsLoggedAndNothingArchived) {
     TempFolder output;
-    orbtest::OutputFolder folder(output.path + "/gone");
-    (void)!system(("rm -rf '" + output.path + "/gone'").c_str());
+    orbtest::OutputFolder folder(output.path() + "/gone");
+    (void)!system(("rm -rf '" + output.path() + "/gone'").c_str());
     ErrorLog errors;
     generateOrbThreadDump(kNoService, "t", 0);
     EXPECT_TRUE(work::archiveList.empty());
-    EXPECT_TRUE(contains(errors.text(), " ERROR                fopen on " + output.path +
+    EXPECT_TRUE(contains(errors.text(), " ERROR                fopen on " + output.path() +
                                             "/gone/logs/gatr_orb-threadsdump.log failed: No such "
                                             "file or directory\n"));
 }

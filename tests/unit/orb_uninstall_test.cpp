@@ -53,7 +53,7 @@ struct Outcome {
 Outcome runRemoveOrb(bool dryRun, const char* release, const std::string& answer,
                      const char* sudoUser, const std::string& cwd = "") {
     TempFolder scratch;
-    const std::string dir = scratch.path;
+    const std::string dir = scratch.path();
     writeFile(dir + "/answer", answer);
     std::string status = orbtest::runWithPrivateOpt([&]() -> std::string {
         if (!cwd.empty() && chdir(cwd.c_str()) != 0) return "<chdir>";
@@ -189,7 +189,7 @@ TEST(OrbRemove, DeclinedConfirmationWritesNoScript) {
 
 TEST(OrbRemove, MissingTemplateEndsBeforeTheScriptIsCreated) {
     TempFolder elsewhere;
-    Outcome out = runRemoveOrb(true, "4.18.0-305.el8.x86_64", "y\n", "alice", elsewhere.path);
+    Outcome out = runRemoveOrb(true, "4.18.0-305.el8.x86_64", "y\n", "alice", elsewhere.path());
     if (out.stdoutText == "<no namespace>") GTEST_SKIP() << "needs root for a mount namespace";
     EXPECT_EQ(std::string(kDryRunDialogue) +
                   "gatr: generating uninstall script\n"
@@ -220,8 +220,8 @@ TEST(OrbRemove, ScriptRunWritesItsOutputLogAndReportsTheResult) {
     };
     for (const Case& c : cases) {
         TempFolder program;
-        writeFile(program.path + "/var/orb/uninstall_orb.sh.templ", c.templ);
-        Outcome out = runRemoveOrb(false, "4.18.0-305.el8.x86_64", "y\n", "dave", program.path);
+        writeFile(program.path() + "/var/orb/uninstall_orb.sh.templ", c.templ);
+        Outcome out = runRemoveOrb(false, "4.18.0-305.el8.x86_64", "y\n", "dave", program.path());
         if (out.stdoutText == "<no namespace>") GTEST_SKIP() << "needs root for a mount namespace";
         EXPECT_TRUE(contains(out.stdoutText, "gatr: uninstall script generated\n"
                                              "gatr: executing uninstall script\n" +
@@ -238,7 +238,7 @@ protected:
     void SetUp() override {
         const char* path = getenv("PATH");
         savedPath = path != nullptr ? path : "";
-        setenv("PATH", (tools.path + ":" + savedPath).c_str(), 1);
+        setenv("PATH", (tools.path() + ":" + savedPath).c_str(), 1);
     }
     void TearDown() override { setenv("PATH", savedPath.c_str(), 1); }
 
@@ -250,16 +250,16 @@ protected:
 TEST_F(OrbDependencyList, YumOutputIsCopiedUnderTheHeadingAndArchived) {
     // The stand-in prints its arguments, then two complete lines and one without a newline,
     // which the list drops like every reader of command output.
-    writeFile(tools.path + "/yum",
+    writeFile(tools.path() + "/yum",
               "#!/bin/sh\n"
               "echo \"args: $*\"\n"
               "echo 'package: orb.x86_64 2.1.0-7.el8'\n"
               "printf '  dependency: glibc\\n  provider: glibc.x86_64 2.28'\n",
               0755);
-    orbtest::OutputFolder folder(output.path);
+    orbtest::OutputFolder folder(output.path());
     orbtest::ErrorLog errors;
     generateDependencyList();
-    std::string file = output.path + "/logs/gatr_orb-deplist.log";
+    std::string file = output.path() + "/logs/gatr_orb-deplist.log";
     struct utsname host = {};
     uname(&host);
     EXPECT_EQ(std::string("ORB Dependency List\n\n") + "args: deplist orb orb-* kmod-brwvsm-" +
@@ -272,24 +272,24 @@ TEST_F(OrbDependencyList, YumOutputIsCopiedUnderTheHeadingAndArchived) {
 }
 
 TEST_F(OrbDependencyList, MissingPackageToolLeavesTheHeadingOnly) {
-    orbtest::OutputFolder folder(output.path);
-    writeFile(tools.path + "/uname", "#!/bin/sh\necho 1.0-test\n", 0755);
+    orbtest::OutputFolder folder(output.path());
+    writeFile(tools.path() + "/uname", "#!/bin/sh\necho 1.0-test\n", 0755);
     // Only the stand-in uname is left on the path: the package tool is missing.
-    setenv("PATH", tools.path.c_str(), 1);
+    setenv("PATH", tools.path().c_str(), 1);
     orbtest::ErrorLog errors;
     generateDependencyList();
-    std::string file = output.path + "/logs/gatr_orb-deplist.log";
+    std::string file = output.path() + "/logs/gatr_orb-deplist.log";
     EXPECT_EQ("ORB Dependency List\n\n", readFile(file));
     EXPECT_EQ((std::list<std::string>{file}), work::archiveList);
 }
 
 TEST_F(OrbDependencyList, UnwritableLogsFolderIsLoggedAndNothingArchived) {
-    orbtest::OutputFolder folder(output.path + "/absent");
-    (void)!system(("rm -rf '" + output.path + "/absent'").c_str());
+    orbtest::OutputFolder folder(output.path() + "/absent");
+    (void)!system(("rm -rf '" + output.path() + "/absent'").c_str());
     orbtest::ErrorLog errors;
     generateDependencyList();
     EXPECT_TRUE(work::archiveList.empty());
-    EXPECT_TRUE(contains(errors.text(), " ERROR                fopen on " + output.path +
+    EXPECT_TRUE(contains(errors.text(), " ERROR                fopen on " + output.path() +
                                             "/absent/logs/gatr_orb-deplist.log failed: No such "
                                             "file or directory\n"));
 }
