@@ -339,14 +339,16 @@ def test_second_run_keeps_earlier_settings_and_rewrites_what_it_sets(gatr, sandb
     settings = first.settings
     settings["system"]["kernel"] = "2.6.32-old"
     settings["system"]["custom"] = "kept from before"
-    settings["products"] = {"orb": {"installed": True}}
+    settings["products"] = {"orb": {"installed": True}, "legacy": {"installed": True}}
     sandbox.write(str(OUTPUT / ".settings"), json.dumps(settings))
     second = run_diagnostics(gatr, sandbox, "-s", "-A")
     assert second.settings["version"] == 1
     assert second.settings["last_archive_file"] == archive
     assert second.settings["system"]["kernel"] == os.uname().release
     assert second.settings["system"]["custom"] == "kept from before"
-    assert second.settings["products"]["orb"] == {"installed": True}
+    assert second.settings["products"]["legacy"] == {"installed": True}
+    # The backup product's section records its facts afresh on every run.
+    assert second.settings["products"]["orb"] == {"installed": False, "package": None}
 
 
 def test_progress_bar_in_a_terminal(sandbox):
