@@ -1,0 +1,182 @@
+// Test support for report code: the main log and the error log captured in memory, scratch
+// folders, and scoped changes to the environment, the working folder and the fd limit.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "work.h"
+
+namespace testsupport {
+
+/// Points a global stream (work::logOs or work::errorsOs) at a memory buffer for a test.
+class CapturedStream {
+public:
+    explicit CapturedStream(FILE*& target) : target(target) {
+        saved = target;
+        target = open_memstream(&data, &size);
+    }
+    ~CapturedStream() {
+        fclose(target);
+        target = saved;
+        free(data);
+    }
+    CapturedStream(const CapturedStream&) = delete;
+    CapturedStream& operator=(const CapturedStream&) = delete;
+    std::string text() {
+        fflush(target);
+        return std::string(data, size);
+    }
+
+private:
+    FILE*& target;
+    FILE* saved = nullptr;
+    char* data = nullptr;
+    size_t size = 0;
+};
+
+/// The messages of the error-log lines in `text`, in order. A message that ended in a newline
+/// is followed by an empty line in the log; that newline is given back as part of the message.
+inline std::vector<std::string> errorMessages(const std::string& text) {
+    static const std::regex line(
+        R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d .{16} \[.{5}\] (.{20}) (.*)$)");
+    std::vector<std::string> messages;
+    std::istringstream in(text);
+    std::string raw;
+    while (std::getline(in, raw)) {
+        std::smatch m;
+        if (std::regex_match(raw, m, line)) {
+            messages.push_back(m[2]);
+        } else if (raw.empty() && !messages.empty()) {
+            messages.back() += "\n";
+        } else {
+            ADD_FAILURE() << "error-log line out of format: " << raw;
+        }
+    }
+    return messages;
+}
+
+/// The status words of the error-log lines in `text`, trimmed.
+inline std::vector<std::string> errorStatuses(const std::string& text) {
+    static const std::regex line(
+        R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d .{16} \[.{5}\] (\S+) *.*$)");
+    std::vector<std::string> words;
+    std::istringstream in(text);
+    std::string raw;
+    while (std::getline(in, raw)) {
+        std::smatch m;
+        if (std::regex_match(raw, m, line)) words.push_back(m[1]);
+    }
+    return words;
+}
+
+/// A scratch folder under /tmp, removed with its content.
+class TempFolder {
+public:
+    TempFolder() {
+        char pattern[] = "/tmp/gatr-unit-XXXXXX";
+        const char* made = mkdtemp(pattern);
+        path = made != nullptr ? made : "";
+    }
+    ~TempFolder() {
+        if (!path.empty()) std::system(("rm -rf '" + path + "'").c_str());
+    }
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+    std::string operator/(const std::string& name) const { return path + "/" + name; }
+    std::string path;
+};
+
+inline void writeFile(const std::string& path, const std::string& text, mode_t mode = 0644) {
+    std::ofstream(path, std::ios::binary) << text;
+    chmod(path.c_str(), mode);
+}
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+inline bool exists(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+
+/// Sets or unsets an environment variable and restores it afterwards.
+class EnvScope {
+public:
+    EnvScope(const char* name, const char* value) : name(name) {
+        const char* old = getenv(name);
+        if (old != nullptr) saved = old, had = true;
+        if (value != nullptr) setenv(name, value, 1); else unsetenv(name);
+    }
+    ~EnvScope() {
+        if (had) setenv(name, saved.c_str(), 1); else unsetenv(name);
+    }
+
+private:
+    const char* name;
+    std::string saved;
+    bool had = false;
+};
+
+/// Changes the working folder and goes back afterwards.
+class ChdirScope {
+public:
+    explicit ChdirScope(const std::string& path) {
+        char buffer[4096] = {};
+        if (getcwd(buffer, sizeof buffer) != nullptr) saved = buffer;
+        EXPECT_EQ(0, chdir(path.c_str())) << path;
+    }
+    ~ChdirScope() {
+        if (!saved.empty() && chdir(saved.c_str()) != 0) ADD_FAILURE() << "chdir back failed";
+    }
+
+private:
+    std::string saved;
+};
+
+/// Lowers the open-files limit so that at most `free` more descriptors can be opened: a pipe
+/// (two descriptors) then fails as it does on a machine out of descriptors.
+class FdLimitScope {
+public:
+    explicit FdLimitScope(int free) {
+        getrlimit(RLIMIT_NOFILE, &saved);
+        int lowest = dup(0);
+        close(lowest);
+        struct rlimit limit = saved;
+        limit.rlim_cur = static_cast<rlim_t>(lowest + free);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ~FdLimitScope() { setrlimit(RLIMIT_NOFILE, &saved); }
+
+private:
+    struct rlimit saved = {};
+};
+
+/// Sets work::outputFolder for a test and restores it.
+class OutputFolderScope {
+public:
+    explicit OutputFolderScope(const std::string& path) {
+        snprintf(saved, sizeof saved, "%s", work::outputFolder);
+        snprintf(work::outputFolder, sizeof work::outputFolder, "%s", path.c_str());
+    }
+    ~OutputFolderScope() { snprintf(work::outputFolder, sizeof work::outputFolder, "%s", saved); }
+
+private:
+    char saved[PATH_SIZE] = {};
+};
+
+}  // namespace testsupport
