@@ -11,7 +11,9 @@
 #include <sstream>
 #include <string>
 #include <sys/resource.h>
+#include <csignal>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -178,5 +180,42 @@ public:
 private:
     char saved[PATH_SIZE] = {};
 };
+
+/// A copy of sleep under a name of our own, so a process listing shows that name.
+class NamedSleeper {
+public:
+    NamedSleeper(const TempFolder& dir, const std::string& name) {
+        path = dir / name;
+        EXPECT_EQ(0, std::system(("cp \"$(command -v sleep)\" '" + path + "'").c_str()));
+        // Our own spawn.h shadows the system's, so the child is made the classic way.
+        pid = fork();
+        if (pid == 0) {
+            execl(path.c_str(), path.c_str(), "60", static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        // Wait until the child has become the sleeper, so the listing shows its new name.
+        std::string link = "/proc/" + std::to_string(pid) + "/exe";
+        char target[4096];
+        for (int i = 0; i < 500; ++i) {
+            ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
+            if (n > 0 && std::string(target, static_cast<size_t>(n)) == path) break;
+            usleep(10000);
+        }
+    }
+    ~NamedSleeper() { stop(); }
+    void stop() {
+        if (pid <= 0) return;
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        pid = 0;
+    }
+    pid_t pid = 0;
+    std::string path;
+};
+
+/// A name no other process on the machine carries.
+inline std::string uniqueName(const char* what) {
+    return std::string("gatr-unit-") + what + "-" + std::to_string(getpid());
+}
 
 }  // namespace testsupport
