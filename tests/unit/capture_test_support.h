@@ -47,38 +47,41 @@ private:
     size_t size = 0;
 };
 
-/// The messages of the error-log lines in `text`, in order. A message that ended in a newline
-/// is followed by an empty line in the log; that newline is given back as part of the message.
-inline std::vector<std::string> errorMessages(const std::string& text) {
+struct ErrorLine {
+    std::string status;   // the status word, trimmed
+    std::string message;  // a message that ended in a newline gets it back (the log shows an
+                          // empty line after it)
+};
+
+/// The error-log lines in `text`, in order; a line out of format fails the test.
+inline std::vector<ErrorLine> errorLines(const std::string& text) {
     static const std::regex line(
-        R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d .{16} \[.{5}\] (.{20}) (.*)$)");
-    std::vector<std::string> messages;
+        R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d .{16} \[.{5}\] (\S+) *.*$)");
+    std::vector<ErrorLine> lines;
     std::istringstream in(text);
     std::string raw;
     while (std::getline(in, raw)) {
         std::smatch m;
-        if (std::regex_match(raw, m, line)) {
-            messages.push_back(m[2]);
-        } else if (raw.empty() && !messages.empty()) {
-            messages.back() += "\n";
+        if (std::regex_match(raw, m, line) && raw.size() > 66) {
+            lines.push_back({m[1], raw.substr(66)});
+        } else if (raw.empty() && !lines.empty()) {
+            lines.back().message += "\n";
         } else {
             ADD_FAILURE() << "error-log line out of format: " << raw;
         }
     }
+    return lines;
+}
+
+inline std::vector<std::string> errorMessages(const std::string& text) {
+    std::vector<std::string> messages;
+    for (const ErrorLine& l : errorLines(text)) messages.push_back(l.message);
     return messages;
 }
 
-/// The status words of the error-log lines in `text`, trimmed.
 inline std::vector<std::string> errorStatuses(const std::string& text) {
-    static const std::regex line(
-        R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d .{16} \[.{5}\] (\S+) *.*$)");
     std::vector<std::string> words;
-    std::istringstream in(text);
-    std::string raw;
-    while (std::getline(in, raw)) {
-        std::smatch m;
-        if (std::regex_match(raw, m, line)) words.push_back(m[1]);
-    }
+    for (const ErrorLine& l : errorLines(text)) words.push_back(l.status);
     return words;
 }
 
