@@ -328,15 +328,17 @@ def test_bad_manifests_are_logged_and_the_run_goes_on(gatr, sandbox, rpmdb, var_
     assert not (LOGS / "gatr_cmd-no-mode.log").exists()
 
 
-def test_hostile_file_name_in_a_gathered_folder_runs_nothing(gatr, sandbox, rpmdb, tmp_path):
+def test_hostile_file_names_in_a_gathered_folder_run_nothing(gatr, sandbox, rpmdb):
     rpmdb("watchpost-agent")
-    marker = tmp_path / "pwned"
-    hostile = f"{WATCHPOST_HOME}/logs/x$(touch {marker}).log"
-    sandbox.write(hostile, "hostile\n")
-    sandbox.write(f'{WATCHPOST_HOME}/logs/quote".log', "quote\n")
+    # A name cannot hold a '/', so the marker is made relative to where the shell would run.
+    names = ["x$(touch pwned-dollar).log", "y`touch pwned-backtick`.log", 'quote".log',
+             "back\\slash.log"]
+    for name in names:
+        sandbox.write(f"{WATCHPOST_HOME}/logs/{name}", name + "\n")
     run = gatr("-s")
     assert run.rc == 0, run.stderr
-    assert not marker.exists()
+    for folder in (Path(os.environ["GATR_STAGE"]), sandbox.scratch):
+        assert not list(folder.glob("pwned*")), folder
     members = archive_members(run)
-    assert members[hostile] == "hostile\n"
-    assert members[f'{WATCHPOST_HOME}/logs/quote".log'] == "quote\n"
+    for name in names:
+        assert members[f"{WATCHPOST_HOME}/logs/{name}"] == name + "\n"
