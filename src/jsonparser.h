@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <list>
 #include <string>
+#include <type_traits>
 
 enum json_type_t : int32_t {
     JSON_NONE = 0,
@@ -112,37 +113,76 @@ public:
     /// Parses text up to its terminating NUL; 0, or -1.
     int loadDocument(const char* text, size_t length);
 
+    /// The node at path ("" is the root); null when missing or the document is not valid.
     JsonNode* findNode(const char* path);
+    /// The container a path's last segment goes into or is erased from: the holding object,
+    /// the array for an indexed segment, the object itself for a path ending in an object,
+    /// the root for "."; null when a segment is missing.
     JsonNode* findParentNode(const char* path);
+    /// The node's type; JSON_NONE when missing.
     json_type_t getType(const char* path);
+    /// The element count of an array ("list" or "list[]"); 0 for anything else.
     size_t getArraySize(const char* path);
 
+    /// The value of a node of the matching type, else false, 0, 0.0 or "" (a static empty
+    /// string for char*; a string's pointer stays valid until its node changes).
     template <typename T> T getValue(const char* path);
     /// Copies at most size-1 bytes of a string value into the zero-filled buffer.
     char* getValue(const char* path, char* buffer, size_t size);
 
-    template <typename T> int setValue(const char* path, json_type_t type, T value);
-    int setValue(const char* path, json_type_t type, double value, int32_t prec);
+    /// The buffer overload above, also reachable as getValue<char*>(path, buffer, size).
+    template <typename T> T getValue(const char* path, char* buffer, size_t size) {
+        static_assert(std::is_same<T, char*>::value, "only strings are copied into a buffer");
+        return getValue(path, buffer, size);
+    }
 
+    /// Finds or inserts (never creating parents) the node and stores the value; 0, or -1
+    /// when the document is not valid or the parent is missing. Nothing is logged.
+    template <typename T> int setValue(const char* path, json_type_t type, T value);
+    /// A double (type 5) or exponential (type 6) with precision; 0 keeps the node's own.
+    int setValue(const char* path, json_type_t type, double value, int32_t prec);
+    /// The precision overload above, also reachable as setValue<double>(path, type, d, prec).
+    template <typename T> int setValue(const char* path, json_type_t type, T value, int32_t prec) {
+        static_assert(std::is_arithmetic<T>::value, "a number with a precision");
+        return setValue(path, type, static_cast<double>(value), prec);
+    }
+
+    /// Appends a node named by the path's last segment to its parent; null when the parent
+    /// is missing. Elements joining an array are named by their position.
     JsonNode* insertNode(const char* path, json_type_t type);
+    /// Removes the node and its subtree from the container findParentNode names; 0 or -1.
     int removeValue(const char* path);
 
     // Parser.
+    /// Replaces the tree by the text's (up to its NUL); 0, -1 for a text that is not an
+    /// object or array; throws std::runtime_error on a malformed item (callers catch).
     int parse(const char* text, size_t length);
+    /// Parses one container's text, brackets included, into list; 0; throws like parse.
     int processEntity(const char* text, size_t length, std::list<JsonNode*>& list,
                       json_type_t parentType);
 
     // Writer.
+    /// Writes a valid document compact (0) or pretty (1); nothing otherwise.
     void serialize(json_format_t format, FILE* stream);
     void serializeEntity(json_format_t format, FILE* stream, int depth,
                          std::list<JsonNode*>& list);
+    /// 0, or -1 when the document is not valid.
     int writeDocument(json_format_t format, FILE* stream);
+    /// Leaves the text in the zero-filled buffer, which must be longer than the text; 0, or -1
+    /// (logged) when /dev/null cannot be opened or the buffer installed.
     int writeDocument(json_format_t format, char* buffer, size_t size);
+    /// Creates or truncates the file and clears `modified`; 0, or -1 (logged when the file
+    /// cannot be opened).
     int writeDocument(json_format_t format, const char* path);
+    /// A debugging tree, one node per line.
     void dump(FILE* stream);
     void dumpEntity(FILE* stream, int depth, std::list<JsonNode*>& list);
 
 private:
+    /// The body shared by every setValue: finds or inserts the node at path, hands it to
+    /// store(node, inserted), marks the document modified; 0 or -1.
+    template <typename Store> int storeValue(const char* path, json_type_t type, Store store);
+
     bool modified = false;
     bool valid = false;
     std::list<JsonNode*> rootList;
@@ -158,4 +198,5 @@ template <> int JsonDocument::setValue<int>(const char* path, json_type_t type, 
 template <> int JsonDocument::setValue<double>(const char* path, json_type_t type, double value);
 template <> int JsonDocument::setValue<char const*>(const char* path, json_type_t type,
                                                    char const* value);
+template <> int JsonDocument::setValue<char*>(const char* path, json_type_t type, char* value);
 template <> int JsonDocument::setValue<void*>(const char* path, json_type_t type, void* value);

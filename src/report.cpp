@@ -10,10 +10,10 @@
 #include "logging.h"
 #include "work.h"
 
-void beginSection(const char* title) {
+void beginSection(const char* title, bool withRule) {
     logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s %s", title, "section commenced");
     if (work::logOs == nullptr) return;
-    fprintf(work::logOs, "%s\n", DASH_RULE);
+    if (withRule) fprintf(work::logOs, "%s\n", DASH_RULE);
     fprintf(work::logOs, "%s\n\n", title);
 }
 

@@ -6,9 +6,10 @@
 #include <cstdio>
 #include <functional>
 
-/// Logs "<title> section commenced" and writes the rule and "<title>\n\n" to the main log.
+/// Logs "<title> section commenced" and writes the rule (unless withRule is false: the first
+/// section follows the log header's own rule) and "<title>\n\n" to the main log.
 /// The title is translated by the caller.
-void beginSection(const char* title);
+void beginSection(const char* title, bool withRule = true);
 /// Logs "<title> section completed".
 void endSection(const char* title);
 

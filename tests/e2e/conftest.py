@@ -4,8 +4,8 @@ run.sh starts the whole pytest session inside `unshare --mount --net --fork` wit
 every test here refuses to run anywhere else (GATR_E2E_SANDBOX).
 
 Fixtures
-- `sandbox`: fresh tmpfs over /var/opt, /opt and /etc/opt for the test, and helpers to change
-  the machine inside the namespace, all undone after the test:
+- `sandbox`: fresh tmpfs over /var/opt, /opt, /etc/opt and /root for the test, and helpers to
+  change the machine inside the namespace, all undone after the test:
     sandbox.write(path, text, mode=0o644)      create a file (parents made) under the tmpfs trees
     sandbox.bind_file(path, text, mode=0o644)  bind-mount a file with `text` over an existing path
                                                (e.g. /etc/system-release, /usr/sbin/dmidecode)
@@ -172,7 +172,8 @@ def sandbox():
     os.chmod(scratch, 0o755)
     box = Sandbox(scratch)
     try:
-        for path in ("/var/opt", "/opt", "/etc/opt"):
+        # /root too: the diagnostics run's rpm query keeps its database under $HOME.
+        for path in ("/var/opt", "/opt", "/etc/opt", "/root"):
             box.tmpfs(path)
         yield box
     finally:

@@ -88,7 +88,7 @@ def test_a_normal_user_is_refused_after_parsing(gatr, args):
 @pytest.mark.parametrize("args, record", [
     (["-svA"], "command line: -svA "),
     (["-C", "--", "--"], "command line: -C -- -- "),
-    (["--hash", "sha256", "-A"], "command line: --hash sha256 -A "),
+    (["--hash", "sha256", "/etc/hostname"], "command line: --hash sha256 /etc/hostname "),
     (["-i/tmp/a.txt", "-i", "/tmp/b.txt", "--dry-run", "--debug-archive"],
      "command line: -i/tmp/a.txt -i /tmp/b.txt --dry-run --debug-archive "),
 ])

@@ -6,12 +6,12 @@ from conftest import LOGS, OUTPUT
 
 
 def test_error_log_opens_records_and_closes(gatr):
-    run = gatr("--hash", "sha256", "/nonexistent/a/../b")
+    run = gatr("--hash", "sha256", "/etc/../etc/hostname")
     lines = run.error_lines
     assert lines[0].message == "logging enabled"
     assert lines[0].status == "information"
     assert lines[0].source == "logging.cpp"
-    assert lines[1].message == "command line: --hash sha256 /nonexistent/a/../b "
+    assert lines[1].message == "command line: --hash sha256 /etc/../etc/hostname "
     assert lines[-1].message == "logging disabled"
 
 

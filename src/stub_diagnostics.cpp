@@ -1,3 +1,0 @@
-// Placeholder until the diagnostics run is built.
-#include "modes.h"
-void generateDiagnostics() {}
