@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <sys/time.h>
 
-#include "capture_test_support.h"
+#include "products_test_support.h"
 #include "jsonparser.h"
 #include "products.h"
 #include "string_helpers.h"
@@ -24,13 +24,13 @@ const std::string kRule(80, '-');
 /// in memory, an empty archive list and no detection bits; all restored afterwards.
 class SectionTest : public ::testing::Test {
 protected:
-    SectionTest() : log(work::logOs), errors(work::errorsOs), outputScope(root.path) {
+    SectionTest() : outputScope(root.path()) {
         work::settings.createDocument(JSON_OBJECT);
         work::settings.setValue<void*>("products", JSON_OBJECT, nullptr);
         savedDetected = work::detected;
         work::detected = 0;
         savedList.swap(work::archiveList);
-        mkdir((root / "logs").c_str(), 0755);
+        mkdir((root.file("logs")).c_str(), 0755);
     }
     ~SectionTest() override {
         work::settings.cleanup();
@@ -42,9 +42,9 @@ protected:
         return kRule + "\n" + banner + "\n\nInstalled:            no\n\n";
     }
 
-    TempFolder root;
-    CapturedStream log;
-    CapturedStream errors;
+    TempDir root;
+    CapturedMainLog log;
+    CapturedErrorLog errors;
     OutputFolderScope outputScope;
     uint64_t savedDetected = 0;
     std::list<std::string> savedList;
@@ -68,7 +68,7 @@ TEST_F(SectionTest, MissingExecutableGivesInstalledNoAndNullPackage) {
 
 TEST_F(SectionTest, InstalledProductGivesTheFullBlockFactsAndManifest) {
     std::string name = uniqueName("agent");
-    std::string install = root / "install";
+    std::string install = root.file("install");
     mkdir(install.c_str(), 0755);
     mkdir((install + "/logs").c_str(), 0755);
     writeFile(install + "/logs/agent.log", "started\n");
@@ -113,9 +113,9 @@ TEST_F(SectionTest, InstalledProductGivesTheFullBlockFactsAndManifest) {
                  work::settings.getValue<char*>("products->unit->package"));
     EXPECT_EQ(0x8001u, work::detected);
     EXPECT_EQ((std::list<std::string>{install + "/logs/agent.log",
-                                      root.path + "/logs/gatr_unit-listing.log"}),
+                                      root.path() + "/logs/gatr_unit-listing.log"}),
               work::archiveList);
-    EXPECT_EQ("listing\n", readFile(root / "logs/gatr_unit-listing.log"));
+    EXPECT_EQ("listing\n", readFile(root.file("logs/gatr_unit-listing.log")));
     EXPECT_EQ((std::vector<std::string>{"BRIMWELL UNIT PRODUCT section commenced",
                                         "BRIMWELL UNIT PRODUCT section completed"}),
               errorMessages(errors.text()));

@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "capture_test_support.h"
+#include "products_test_support.h"
 #include "jsonparser.h"
 #include "work.h"
 
@@ -27,8 +27,7 @@ std::vector<std::string> sorted(std::vector<std::string> items) {
 class ManifestTest : public ::testing::Test {
 protected:
     ManifestTest()
-        : output(root / "out"), install(root / "install"), outputScope(output),
-          errors(work::errorsOs) {
+        : output(root.file("out")), install(root.file("install")), outputScope(output) {
         mkdir(output.c_str(), 0755);
         mkdir((output + "/logs").c_str(), 0755);
         mkdir(install.c_str(), 0755);
@@ -46,17 +45,17 @@ protected:
     }
     std::string manifestPath() const { return install + "/gatr_manifest.json"; }
 
-    TempFolder root;
+    TempDir root;
     std::string output;
     std::string install;
     OutputFolderScope outputScope;
-    CapturedStream errors;
+    CapturedErrorLog errors;
     std::list<std::string> saved;
 };
 
 class PatternTest : public ManifestTest {
 protected:
-    PatternTest() : logs(root / "logs") {
+    PatternTest() : logs(root.file("logs")) {
         mkdir(logs.c_str(), 0755);
         for (const char* name : {"app.log", "app.log.1", "application.txt", "other.log", "xappx",
                                  ".hidden.log", "odd*name"}) {
@@ -144,7 +143,7 @@ TEST_F(PatternTest, PatternWithoutSlashIsSkippedWithOneLine) {
 }
 
 TEST_F(PatternTest, StarOutsideTheLastComponentIsSkippedWithOneLine) {
-    std::string pattern = root.path + "/*/app.log";
+    std::string pattern = root.path() + "/*/app.log";
     processManifestFile(pattern.c_str(), install.c_str(), 0);
     EXPECT_TRUE(gathered().empty());
     EXPECT_EQ(std::vector<std::string>{"file pattern " + pattern +
@@ -153,18 +152,18 @@ TEST_F(PatternTest, StarOutsideTheLastComponentIsSkippedWithOneLine) {
 }
 
 TEST_F(PatternTest, UnreadableFolderAddsNothing) {
-    std::string folder = root / "missing";
+    std::string folder = root.file("missing");
     processManifestFile((folder + "/*.log").c_str(), install.c_str(), 0);
-    writeFile(root / "plain", "");
-    processManifestFile((root / "plain/*").c_str(), install.c_str(), 0);
+    writeFile(root.file("plain"), "");
+    processManifestFile((root.file("plain/*")).c_str(), install.c_str(), 0);
     EXPECT_TRUE(gathered().empty());
     EXPECT_EQ((std::vector<std::string>{"Invalid Handle for file " + folder + "\n",
-                                        "Invalid Handle for file " + root / "plain" + "\n"}),
+                                        "Invalid Handle for file " + root.file("plain") + "\n"}),
               messages());
 }
 
 TEST_F(ManifestTest, NoManifestAnywhereIsOneWarning) {
-    ChdirScope here(root.path);
+    ChdirScope here(root.path());
     EXPECT_EQ(-1, processManifest(install.c_str(), "gatr-unit"));
     EXPECT_TRUE(gathered().empty());
     EXPECT_EQ(std::vector<std::string>{"no application manifests found no log gathering will occur"},
@@ -173,16 +172,16 @@ TEST_F(ManifestTest, NoManifestAnywhereIsOneWarning) {
 }
 
 TEST_F(ManifestTest, InstallationFolderManifestWinsOverTheShippedOne) {
-    ChdirScope here(root.path);
-    writeManifest(root / "var/prod", R"({"Linux": {"archive": {"files": ["/shipped/one.log"]}}})");
+    ChdirScope here(root.path());
+    writeManifest(root.file("var/prod"), R"({"Linux": {"archive": {"files": ["/shipped/one.log"]}}})");
     writeManifest(install, R"({"Linux": {"archive": {"files": ["/product/own.log"]}}})");
     EXPECT_EQ(0, processManifest(install.c_str(), "prod"));
     EXPECT_EQ(std::vector<std::string>{"/product/own.log"}, gathered());
 }
 
 TEST_F(ManifestTest, ShippedManifestIsUsedWhenTheProductHasNone) {
-    ChdirScope here(root.path);
-    writeManifest(root / "var/prod",
+    ChdirScope here(root.path());
+    writeManifest(root.file("var/prod"),
                   R"({"Linux": {"archive": {"files": ["/shipped/one.log", "%INSTALL%/two.log"]}}})");
     EXPECT_EQ(0, processManifest(install.c_str(), "prod"));
     EXPECT_EQ((std::vector<std::string>{"/shipped/one.log", install + "/two.log"}), gathered());
@@ -200,7 +199,7 @@ TEST_F(ManifestTest, CommandsWriteTheirOutputAndJoinTheArchive) {
              "file": "./logs/unchanged.txt", "mode": "w"},
             {"command": "echo %INSTALL%", "file": "./logs/placeholder.txt", "mode": "w"},
             {"command": "echo new", "file": "./logs/appended.txt", "mode": "a"},
-            {"command": "echo absolute", "file": ")" + root.path + R"(/absolute.txt", "mode": "w"},
+            {"command": "echo absolute", "file": ")" + root.path() + R"(/absolute.txt", "mode": "w"},
             {"command": "echo backslash", "file": ".\\logs\\win.txt", "mode": "w"}
         ]}}})");
     EXPECT_EQ(0, processManifest(install.c_str(), "prod"));
@@ -209,14 +208,14 @@ TEST_F(ManifestTest, CommandsWriteTheirOutputAndJoinTheArchive) {
                                         output + "/logs/stderr.txt",
                                         output + "/logs/unchanged.txt",
                                         output + "/logs/placeholder.txt",
-                                        output + "/logs/appended.txt", root / "absolute.txt", win}),
+                                        output + "/logs/appended.txt", root.file("absolute.txt"), win}),
               gathered());
     EXPECT_EQ("hello\n", readFile(output + "/logs/hello.txt"));
     EXPECT_EQ("to-stderr\n", readFile(output + "/logs/stderr.txt")) << "\" 2>&1\" appended";
     EXPECT_EQ("2>&1\n", readFile(output + "/logs/unchanged.txt")) << "run unchanged";
     EXPECT_EQ(install + "\n", readFile(output + "/logs/placeholder.txt"));
     EXPECT_EQ("old\nnew\n", readFile(output + "/logs/appended.txt"));
-    EXPECT_EQ("absolute\n", readFile(root / "absolute.txt"));
+    EXPECT_EQ("absolute\n", readFile(root.file("absolute.txt")));
     EXPECT_EQ("backslash\n", readFile(win));
     EXPECT_TRUE(messages().empty());
 }
@@ -285,7 +284,7 @@ TEST_F(ManifestTest, ManifestThatDoesNotParseGathersNothing) {
         "",
     };
     for (const char* text : texts) {
-        CapturedStream caseErrors(work::errorsOs);
+        CapturedErrorLog caseErrors;
         work::archiveList.clear();
         writeManifest(install, text);
         EXPECT_EQ(-1, processManifest(install.c_str(), "prod")) << text;
@@ -306,7 +305,7 @@ TEST_F(ManifestTest, ManifestWithoutLinuxObjectGathersNothing) {
         R"([{"Linux": {"archive": {"files": ["/product/own.log"]}}}])",
     };
     for (const char* text : texts) {
-        CapturedStream caseErrors(work::errorsOs);
+        CapturedErrorLog caseErrors;
         work::archiveList.clear();
         writeManifest(install, text);
         EXPECT_EQ(0, processManifest(install.c_str(), "prod")) << text;

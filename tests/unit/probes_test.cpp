@@ -8,7 +8,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "capture_test_support.h"
+#include "products_test_support.h"
 #include "work.h"
 
 using namespace testsupport;
@@ -44,18 +44,18 @@ private:
 /// Puts stand-in tools first on PATH for a test.
 class StandIns {
 public:
-    StandIns() : path("PATH", (dir.path + ":" + getenv("PATH")).c_str()) {}
+    StandIns() : path("PATH", (dir.path() + ":" + getenv("PATH")).c_str()) {}
     void tool(const char* name, const std::string& script) {
-        writeFile(dir / name, "#!/bin/sh\n" + script, 0755);
+        writeFile(dir.file(name), "#!/bin/sh\n" + script, 0755);
     }
-    TempFolder dir;
+    TempDir dir;
 
 private:
     EnvScope path;
 };
 
 TEST(GetPid, FindsAProcessWhoseCommandLineHoldsTheName) {
-    TempFolder dir;
+    TempDir dir;
     std::string name = uniqueName("pid");
     NamedSleeper sleeper(dir, name);
     EXPECT_EQ(sleeper.pid, getPid(name.c_str()));
@@ -64,10 +64,10 @@ TEST(GetPid, FindsAProcessWhoseCommandLineHoldsTheName) {
 }
 
 TEST(GetDaemon, RunningProcessShowsItsId) {
-    TempFolder dir;
+    TempDir dir;
     std::string name = uniqueName("daemon");
     NamedSleeper sleeper(dir, name);
-    CapturedStream log(work::logOs);
+    CapturedMainLog log;
     getDaemon(name.c_str());
     char want[512];
     snprintf(want, sizeof want, "%-20s  %s running, process ID %d\n\n", "Daemon:", name.c_str(),
@@ -76,14 +76,14 @@ TEST(GetDaemon, RunningProcessShowsItsId) {
 }
 
 TEST(GetDaemon, NoMatchingProcessIsNotRunning) {
-    CapturedStream log(work::logOs);
+    CapturedMainLog log;
     getDaemon(uniqueName("absent").c_str());
     EXPECT_EQ("Daemon:               " + uniqueName("absent") + " not running\n\n", log.text());
 }
 
 TEST(GetDaemon, PipelineThatCannotStartIsStateUnknown) {
-    CapturedStream log(work::logOs);
-    CapturedStream errors(work::errorsOs);
+    CapturedMainLog log;
+    CapturedErrorLog errors;
     {
         FdLimitScope limit(0);
         getDaemon("watchpost-agent");
@@ -112,13 +112,13 @@ TEST(GetDaemonModule, WritesFilenameDateAndGroupedSize) {
         {"large file", 1234567891, ',', "1,234,567,936"},
     };
     for (const Case& c : cases) {
-        TempFolder dir;
-        std::string path = dir / "agent";
+        TempDir dir;
+        std::string path = dir.file("agent");
         writeFile(path, "");
         ASSERT_EQ(0, truncate(path.c_str(), c.size)) << c.name;
         setModificationTime(path, 2021, 3, 4, 5, 6, 7);
         SeparatorScope separator(c.separator);
-        CapturedStream log(work::logOs);
+        CapturedMainLog log;
         getDaemonModule("agentd", path.c_str());
         EXPECT_EQ("Daemon module: agentd\n"
                   "  filename:           " + path + "\n"
@@ -130,8 +130,8 @@ TEST(GetDaemonModule, WritesFilenameDateAndGroupedSize) {
 }
 
 TEST(GetDaemonModule, MissingExecutableWritesTheFailureLine) {
-    CapturedStream log(work::logOs);
-    CapturedStream errors(work::errorsOs);
+    CapturedMainLog log;
+    CapturedErrorLog errors;
     getDaemonModule("agentd", "/nonexistent/gatr-unit/agent");
     EXPECT_EQ("Daemon module: agentd\n"
               "  failed to retrieve data - refer to the gatr_errors.log for details\n\n",
@@ -141,7 +141,7 @@ TEST(GetDaemonModule, MissingExecutableWritesTheFailureLine) {
 }
 
 TEST(GetKernelModule, UnknownModuleShowsModinfoErrorUnderFilename) {
-    CapturedStream log(work::logOs);
+    CapturedMainLog log;
     getKernelModule("brwvsm");
     // The error text keeps modinfo's own newline, so a blank line follows it.
     EXPECT_EQ("Kernel module: brwvsm\n"
@@ -151,23 +151,23 @@ TEST(GetKernelModule, UnknownModuleShowsModinfoErrorUnderFilename) {
 }
 
 TEST(GetKernelModule, RealModuleFileShowsItsInformationDateAndSize) {
-    TempFolder dir;
-    std::string info = dir / "modinfo.bin";
-    std::string source = dir / "m.c";
-    std::string module = dir / "brwtest.ko";
+    TempDir dir;
+    std::string info = dir.file("modinfo.bin");
+    std::string source = dir.file("m.c");
+    std::string module = dir.file("brwtest.ko");
     static const char fields[] =
         "license=GPL\0description=Brimwell test module\0version=4.2.1\0depends=\0name=brwtest";
     writeFile(info, std::string(fields, sizeof fields));
     writeFile(source, "int brwtest_marker;\n");
-    std::string build = "cc -c '" + source + "' -o '" + dir.path + "/m.o' && " +
-                        "objcopy --add-section .modinfo='" + info + "' '" + dir.path + "/m.o' '" +
+    std::string build = "cc -c '" + source + "' -o '" + dir.path() + "/m.o' && " +
+                        "objcopy --add-section .modinfo='" + info + "' '" + dir.path() + "/m.o' '" +
                         module + "'";
     ASSERT_EQ(0, std::system(build.c_str())) << "a compiler and objcopy are needed";
     setModificationTime(module, 2020, 1, 2, 3, 4, 5);
     struct stat st;
     ASSERT_EQ(0, stat(module.c_str(), &st));
     SeparatorScope separator(',');
-    CapturedStream log(work::logOs);
+    CapturedMainLog log;
     getKernelModule(module.c_str());
     char size[64];
     snprintf(size, sizeof size, "%lld", static_cast<long long>(st.st_size));
@@ -192,7 +192,7 @@ TEST(GetKernelModule, ErrorLineEndsTheInformationAndALastUnterminatedLineIsDropp
                           "echo 'modinfo: ERROR: could not get modinfo from brwvsm: Bad file'\n"
                           "echo 'license:        GPL'\n");
     tools.tool("lsmod", "echo 'brwvsm                 98304  2'\n");
-    CapturedStream log(work::logOs);
+    CapturedMainLog log;
     getKernelModule("brwvsm");
     EXPECT_EQ("Kernel module: brwvsm\n"
               "  filename:           /nonexistent/brwvsm.ko\n"
@@ -203,9 +203,9 @@ TEST(GetKernelModule, ErrorLineEndsTheInformationAndALastUnterminatedLineIsDropp
 }
 
 TEST(GetKernelModule, LastFilenameLineWinsAndUnterminatedLastLineIsDropped) {
-    TempFolder files;
-    std::string first = files / "first.ko";
-    std::string second = files / "second.ko";
+    TempDir files;
+    std::string first = files.file("first.ko");
+    std::string second = files.file("second.ko");
     writeFile(first, std::string(10, 'x'));
     writeFile(second, std::string(20, 'y'));
     setModificationTime(second, 2019, 12, 31, 23, 59, 58);
@@ -214,7 +214,7 @@ TEST(GetKernelModule, LastFilenameLineWinsAndUnterminatedLastLineIsDropped) {
                           "echo 'filename:       " + second + "'\n"
                           "printf 'signer:         dropped'\n");
     tools.tool("lsmod", "exit 1\n");
-    CapturedStream log(work::logOs);
+    CapturedMainLog log;
     getKernelModule("brwvsm");
     EXPECT_EQ("Kernel module: brwvsm\n"
               "  filename:           " + first + "\n"
@@ -226,8 +226,8 @@ TEST(GetKernelModule, LastFilenameLineWinsAndUnterminatedLastLineIsDropped) {
 }
 
 TEST(GetKernelModule, ModinfoThatCannotStartWritesTheFailureLineOnly) {
-    CapturedStream log(work::logOs);
-    CapturedStream errors(work::errorsOs);
+    CapturedMainLog log;
+    CapturedErrorLog errors;
     {
         FdLimitScope limit(0);
         getKernelModule("brwvsm");
@@ -240,7 +240,7 @@ TEST(GetKernelModule, ModinfoThatCannotStartWritesTheFailureLineOnly) {
 }
 
 TEST(GetDaemonPackage, NotInstalledGivesRpmsOwnMessage) {
-    CapturedStream log(work::logOs);
+    CapturedMainLog log;
     EXPECT_EQ("package gatr-unit-no-such-package is not installed\n",
               getDaemonPackage("gatr-unit-no-such-package"));
     EXPECT_EQ("\n", log.text());
@@ -262,15 +262,15 @@ TEST(GetDaemonPackage, LastCompleteLineIsTheResult) {
     for (const Case& c : cases) {
         StandIns tools;
         tools.tool("rpm", std::string(c.output) + "\n");
-        CapturedStream log(work::logOs);
+        CapturedMainLog log;
         EXPECT_EQ(c.want, getDaemonPackage("agent")) << c.name;
         EXPECT_EQ("\n", log.text()) << c.name;
     }
 }
 
 TEST(GetDaemonPackage, RpmThatCannotStartGivesAnEmptyResult) {
-    CapturedStream log(work::logOs);
-    CapturedStream errors(work::errorsOs);
+    CapturedMainLog log;
+    CapturedErrorLog errors;
     std::string result = "unset";
     {
         FdLimitScope limit(0);

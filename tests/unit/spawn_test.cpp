@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "capture_test_support.h"
+#include "products_test_support.h"
 #include "work.h"
 
 using namespace testsupport;
@@ -61,24 +61,24 @@ TEST(GetSpawnedProgram, ThrowsForAnUnclosedQuote) {
 }
 
 TEST(SpawnProgramToFile, DropsALastLineWithoutNewline) {
-    TempFolder dir;
-    CapturedStream errors(work::errorsOs);
-    std::string out = dir / "out.txt";
+    TempDir dir;
+    CapturedErrorLog errors;
+    std::string out = dir.file("out.txt");
     EXPECT_EQ(0, spawnProgram("printf 'a\\nb'", out.c_str(), "w"));
     EXPECT_EQ("a\n", readFile(out));
     EXPECT_EQ("", errors.text());
 }
 
 TEST(SpawnProgramToFile, CopiesEveryCompleteLineUnchanged) {
-    TempFolder dir;
-    std::string out = dir / "out.txt";
+    TempDir dir;
+    std::string out = dir.file("out.txt");
     EXPECT_EQ(0, spawnProgram("printf 'one\\r\\n\\n  three \\n'", out.c_str(), "w"));
     EXPECT_EQ("one\r\n\n  three \n", readFile(out));
 }
 
 TEST(SpawnProgramToFile, AppendModeKeepsEarlierContent) {
-    TempFolder dir;
-    std::string out = dir / "out.txt";
+    TempDir dir;
+    std::string out = dir.file("out.txt");
     writeFile(out, "before\n");
     EXPECT_EQ(0, spawnProgram("echo after", out.c_str(), "a"));
     EXPECT_EQ("before\nafter\n", readFile(out));
@@ -87,9 +87,9 @@ TEST(SpawnProgramToFile, AppendModeKeepsEarlierContent) {
 }
 
 TEST(SpawnProgramToFile, ExitCodeIsLoggedAsTheRawWaitStatusAndOutputStays) {
-    TempFolder dir;
-    CapturedStream errors(work::errorsOs);
-    std::string out = dir / "out.txt";
+    TempDir dir;
+    CapturedErrorLog errors;
+    std::string out = dir.file("out.txt");
     EXPECT_EQ(-1, spawnProgram("echo partial; exit 3", out.c_str(), "w"));
     EXPECT_EQ("partial\n", readFile(out));
     EXPECT_EQ(std::vector<std::string>{"call to echo failed: exit code is 768\n"},
@@ -98,12 +98,12 @@ TEST(SpawnProgramToFile, ExitCodeIsLoggedAsTheRawWaitStatusAndOutputStays) {
 }
 
 TEST(SpawnProgramToFile, QuotedProgramPathIsNamedByItsBaseName) {
-    TempFolder dir;
-    ASSERT_EQ(0, mkdir((dir / "x y").c_str(), 0755));
-    std::string tool = dir / "x y/tool";
+    TempDir dir;
+    ASSERT_EQ(0, mkdir((dir.file("x y")).c_str(), 0755));
+    std::string tool = dir.file("x y/tool");
     writeFile(tool, "#!/bin/sh\necho ran \"$1\"\nexit 2\n", 0755);
-    CapturedStream errors(work::errorsOs);
-    std::string out = dir / "out.txt";
+    CapturedErrorLog errors;
+    std::string out = dir.file("out.txt");
     std::string command = "\"" + tool + "\" arg";
     EXPECT_EQ(-1, spawnProgram(command.c_str(), out.c_str(), "w"));
     EXPECT_EQ("ran arg\n", readFile(out));
@@ -112,10 +112,10 @@ TEST(SpawnProgramToFile, QuotedProgramPathIsNamedByItsBaseName) {
 }
 
 TEST(SpawnProgramToFile, UnopenableFileIsLoggedAndTheCommandNeverRuns) {
-    TempFolder dir;
-    CapturedStream errors(work::errorsOs);
-    std::string out = dir / "missing/out.txt";
-    std::string marker = dir / "marker";
+    TempDir dir;
+    CapturedErrorLog errors;
+    std::string out = dir.file("missing/out.txt");
+    std::string marker = dir.file("marker");
     std::string command = "touch " + marker;
     EXPECT_EQ(-1, spawnProgram(command.c_str(), out.c_str(), "w"));
     EXPECT_FALSE(exists(marker));
@@ -124,9 +124,9 @@ TEST(SpawnProgramToFile, UnopenableFileIsLoggedAndTheCommandNeverRuns) {
 }
 
 TEST(SpawnProgramToFile, ShellThatCannotStartIsLoggedAndTheFileStays) {
-    TempFolder dir;
-    CapturedStream errors(work::errorsOs);
-    std::string out = dir / "out.txt";
+    TempDir dir;
+    CapturedErrorLog errors;
+    std::string out = dir.file("out.txt");
     {
         FdLimitScope limit(1);  // room for the file, none for the pipe
         EXPECT_EQ(-1, spawnProgram("echo never", out.c_str(), "w"));
@@ -138,9 +138,9 @@ TEST(SpawnProgramToFile, ShellThatCannotStartIsLoggedAndTheFileStays) {
 }
 
 TEST(SpawnProgramToFile, LostChildStatusIsLoggedWithTheWaitText) {
-    TempFolder dir;
-    CapturedStream errors(work::errorsOs);
-    std::string out = dir / "out.txt";
+    TempDir dir;
+    CapturedErrorLog errors;
+    std::string out = dir.file("out.txt");
     // With SIGCHLD ignored the kernel reaps the child itself and pclose cannot get a status.
     struct sigaction ignore = {}, saved = {};
     ignore.sa_handler = SIG_IGN;
@@ -174,7 +174,7 @@ TEST(SpawnProgramToLines, OnlyACarriageReturnBeforeTheNewlineIsCut) {
 }
 
 TEST(SpawnProgramToLines, NonZeroExitKeepsTheLinesAndIsLogged) {
-    CapturedStream errors(work::errorsOs);
+    CapturedErrorLog errors;
     std::list<std::string> lines;
     EXPECT_EQ(-1, spawnProgram("sh -c 'echo one; echo two; exit 1'", lines));
     EXPECT_EQ((std::list<std::string>{"one", "two"}), lines);
@@ -183,7 +183,7 @@ TEST(SpawnProgramToLines, NonZeroExitKeepsTheLinesAndIsLogged) {
 }
 
 TEST(SpawnProgramToLines, ShellThatCannotStartIsLogged) {
-    CapturedStream errors(work::errorsOs);
+    CapturedErrorLog errors;
     std::list<std::string> lines = {"stale"};
     {
         FdLimitScope limit(0);
@@ -195,7 +195,7 @@ TEST(SpawnProgramToLines, ShellThatCannotStartIsLogged) {
 }
 
 TEST(SpawnProgramToLines, FailingCommandWithoutArgumentsThrowsToTheCaller) {
-    CapturedStream errors(work::errorsOs);
+    CapturedErrorLog errors;
     std::list<std::string> lines;
     EXPECT_THROW(spawnProgram("false", lines), std::runtime_error);
 }

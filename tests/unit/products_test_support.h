@@ -1,5 +1,6 @@
-// Test support for report code: the main log and the error log captured in memory, scratch
-// folders, and scoped changes to the environment, the working folder and the fd limit.
+// Test support for the product probes, manifests and sections, on top of the shared helpers:
+// error-log lines parsed, scoped changes to the environment, the working folder, the fd limit
+// and the output folder, and processes that carry a chosen name.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,35 +18,15 @@
 #include <unistd.h>
 #include <vector>
 
+#include "test_support.h"
 #include "work.h"
 
 namespace testsupport {
 
-/// Points a global stream (work::logOs or work::errorsOs) at a memory buffer for a test.
-class CapturedStream {
-public:
-    explicit CapturedStream(FILE*& target) : target(target) {
-        saved = target;
-        target = open_memstream(&data, &size);
-    }
-    ~CapturedStream() {
-        fclose(target);
-        target = saved;
-        free(data);
-    }
-    CapturedStream(const CapturedStream&) = delete;
-    CapturedStream& operator=(const CapturedStream&) = delete;
-    std::string text() {
-        fflush(target);
-        return std::string(data, size);
-    }
-
-private:
-    FILE*& target;
-    FILE* saved = nullptr;
-    char* data = nullptr;
-    size_t size = 0;
-};
+using test_support::CapturedErrorLog;
+using test_support::CapturedMainLog;
+using test_support::TempDir;
+using test_support::writeFile;
 
 struct ErrorLine {
     std::string status;   // the status word, trimmed
@@ -85,25 +66,9 @@ inline std::vector<std::string> errorStatuses(const std::string& text) {
     return words;
 }
 
-/// A scratch folder under /tmp, removed with its content.
-class TempFolder {
-public:
-    TempFolder() {
-        char pattern[] = "/tmp/gatr-unit-XXXXXX";
-        const char* made = mkdtemp(pattern);
-        path = made != nullptr ? made : "";
-    }
-    ~TempFolder() {
-        if (!path.empty()) std::system(("rm -rf '" + path + "'").c_str());
-    }
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    std::string operator/(const std::string& name) const { return path + "/" + name; }
-    std::string path;
-};
-
-inline void writeFile(const std::string& path, const std::string& text, mode_t mode = 0644) {
-    std::ofstream(path, std::ios::binary) << text;
+/// Writes a file and gives it the mode (an executable script, for instance).
+inline void writeFile(const std::string& path, const std::string& text, mode_t mode) {
+    test_support::writeFile(path, text);
     chmod(path.c_str(), mode);
 }
 
@@ -187,8 +152,8 @@ private:
 /// A copy of sleep under a name of our own, so a process listing shows that name.
 class NamedSleeper {
 public:
-    NamedSleeper(const TempFolder& dir, const std::string& name) {
-        path = dir / name;
+    NamedSleeper(const TempDir& dir, const std::string& name) {
+        path = dir.file(name);
         EXPECT_EQ(0, std::system(("cp \"$(command -v sleep)\" '" + path + "'").c_str()));
         // Our own spawn.h shadows the system's, so the child is made the classic way.
         pid = fork();
