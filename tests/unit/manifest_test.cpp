@@ -137,8 +137,9 @@ TEST_F(PatternTest, PatternWithoutSlashIsSkippedWithOneLine) {
     processManifestFile("app*.log", install.c_str(), 0);
     processManifestFile("%GATR_UNIT_UNSET%", install.c_str(), 1);
     EXPECT_TRUE(gathered().empty());
-    EXPECT_EQ((std::vector<std::string>{"file pattern app*.log has no folder part - pattern skipped\n",
-                                        "file pattern (null) has no folder part - pattern skipped\n"}),
+    EXPECT_EQ((std::vector<std::string>{
+                  "file pattern app*.log has no folder part - pattern skipped\n",
+                  "file pattern (null) has no folder part - pattern skipped\n"}),
               messages());
 }
 
@@ -166,14 +167,16 @@ TEST_F(ManifestTest, NoManifestAnywhereIsOneWarning) {
     ChdirScope here(root.path());
     EXPECT_EQ(-1, processManifest(install.c_str(), "gatr-unit"));
     EXPECT_TRUE(gathered().empty());
-    EXPECT_EQ(std::vector<std::string>{"no application manifests found no log gathering will occur"},
+    EXPECT_EQ(std::vector<std::string>{
+                  "no application manifests found no log gathering will occur"},
               messages());
     EXPECT_EQ(std::vector<std::string>{"warning"}, errorStatuses(errors.text()));
 }
 
 TEST_F(ManifestTest, InstallationFolderManifestWinsOverTheShippedOne) {
     ChdirScope here(root.path());
-    writeManifest(root.file("var/prod"), R"({"Linux": {"archive": {"files": ["/shipped/one.log"]}}})");
+    writeManifest(root.file("var/prod"),
+                  R"({"Linux": {"archive": {"files": ["/shipped/one.log"]}}})");
     writeManifest(install, R"({"Linux": {"archive": {"files": ["/product/own.log"]}}})");
     EXPECT_EQ(0, processManifest(install.c_str(), "prod"));
     EXPECT_EQ(std::vector<std::string>{"/product/own.log"}, gathered());
@@ -182,7 +185,8 @@ TEST_F(ManifestTest, InstallationFolderManifestWinsOverTheShippedOne) {
 TEST_F(ManifestTest, ShippedManifestIsUsedWhenTheProductHasNone) {
     ChdirScope here(root.path());
     writeManifest(root.file("var/prod"),
-                  R"({"Linux": {"archive": {"files": ["/shipped/one.log", "%INSTALL%/two.log"]}}})");
+                  R"({"Linux": {"archive": {"files": ["/shipped/one.log",
+                                                     "%INSTALL%/two.log"]}}})");
     EXPECT_EQ(0, processManifest(install.c_str(), "prod"));
     EXPECT_EQ((std::vector<std::string>{"/shipped/one.log", install + "/two.log"}), gathered());
     EXPECT_TRUE(messages().empty());
@@ -199,7 +203,8 @@ TEST_F(ManifestTest, CommandsWriteTheirOutputAndJoinTheArchive) {
              "file": "./logs/unchanged.txt", "mode": "w"},
             {"command": "echo %INSTALL%", "file": "./logs/placeholder.txt", "mode": "w"},
             {"command": "echo new", "file": "./logs/appended.txt", "mode": "a"},
-            {"command": "echo absolute", "file": ")" + root.path() + R"(/absolute.txt", "mode": "w"},
+            {"command": "echo absolute", "file": ")" + root.path() + R"(/absolute.txt",
+             "mode": "w"},
             {"command": "echo backslash", "file": ".\\logs\\win.txt", "mode": "w"}
         ]}}})");
     EXPECT_EQ(0, processManifest(install.c_str(), "prod"));
@@ -208,7 +213,8 @@ TEST_F(ManifestTest, CommandsWriteTheirOutputAndJoinTheArchive) {
                                         output + "/logs/stderr.txt",
                                         output + "/logs/unchanged.txt",
                                         output + "/logs/placeholder.txt",
-                                        output + "/logs/appended.txt", root.file("absolute.txt"), win}),
+                                        output + "/logs/appended.txt",
+                                        root.file("absolute.txt"), win}),
               gathered());
     EXPECT_EQ("hello\n", readFile(output + "/logs/hello.txt"));
     EXPECT_EQ("to-stderr\n", readFile(output + "/logs/stderr.txt")) << "\" 2>&1\" appended";
@@ -310,8 +316,9 @@ TEST_F(ManifestTest, ManifestWithoutLinuxObjectGathersNothing) {
         writeManifest(install, text);
         EXPECT_EQ(0, processManifest(install.c_str(), "prod")) << text;
         EXPECT_TRUE(gathered().empty()) << text;
-        EXPECT_EQ(std::vector<std::string>{"application manifest " + manifestPath() +
-                                           " has no \"Linux\" object - no log gathering will occur\n"},
+        EXPECT_EQ(std::vector<std::string>{
+                      "application manifest " + manifestPath() +
+                      " has no \"Linux\" object - no log gathering will occur\n"},
                   errorMessages(caseErrors.text()))
             << text;
     }

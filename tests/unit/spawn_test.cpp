@@ -148,8 +148,8 @@ TEST(SpawnProgramToFile, LostChildStatusIsLoggedWithTheWaitText) {
     int result = spawnProgram("echo gone", out.c_str(), "w");
     sigaction(SIGCHLD, &saved, nullptr);
     EXPECT_EQ(-1, result);
-    EXPECT_EQ(std::vector<std::string>{
-                  "call to echo failed: wait4 returned an error, or some other error is detected\n"},
+    EXPECT_EQ(std::vector<std::string>{"call to echo failed: wait4 returned an error, or some "
+                                       "other error is detected\n"},
               errorMessages(errors.text()));
 }
 
