@@ -1,3 +1,0 @@
-// Placeholder until the upload mode is built.
-#include "modes.h"
-void uploadToFtp() {}
