@@ -2,6 +2,7 @@
 #include "report.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstring>
 #include <memory>
 
@@ -18,6 +19,14 @@ void beginSection(const char* title, bool withRule) {
 
 void endSection(const char* title) {
     logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s %s", title, "section completed");
+}
+
+void writeLog(const char* format, ...) {
+    if (work::logOs == nullptr) return;
+    va_list args;
+    va_start(args, format);
+    vfprintf(work::logOs, format, args);
+    va_end(args);
 }
 
 void writeLabelled(const char* label, const char* value) {

@@ -13,6 +13,8 @@ void beginSection(const char* title, bool withRule = true);
 /// Logs "<title> section completed".
 void endSection(const char* title);
 
+/// Writes printf-style text to the main log; nothing when the main log is not open.
+void writeLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /// Writes "%-20s  %s\n" to the main log.
 void writeLabelled(const char* label, const char* value);
 /// Writes "  %-18s  %s\n" to the main log.
