@@ -13,7 +13,7 @@
 #include "i18n.h"
 #include "jsonparser.h"
 #include "logging.h"
-#include "spawn.h"
+#include "spawning.h"
 #include "work.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include "logging.h"
 #include "orb.h"
 #include "report.h"
-#include "spawn.h"
+#include "spawning.h"
 #include "string_helpers.h"
 #include "work.h"
 

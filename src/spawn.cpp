@@ -1,5 +1,5 @@
 // Running external programs through the shell: output copied to a file or collected as lines.
-#include "spawn.h"
+#include "spawning.h"
 
 #include <cerrno>
 #include <cstdio>

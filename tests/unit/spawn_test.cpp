@@ -1,5 +1,5 @@
 // Running programs through the shell: output to a file or to lines, and the failure messages.
-#include "spawn.h"
+#include "spawning.h"
 
 #include <gtest/gtest.h>
 
