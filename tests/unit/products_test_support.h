@@ -155,7 +155,6 @@ public:
     NamedSleeper(const TempDir& dir, const std::string& name) {
         path = dir.file(name);
         EXPECT_EQ(0, std::system(("cp \"$(command -v sleep)\" '" + path + "'").c_str()));
-        // Our own spawn.h shadows the system's, so the child is made the classic way.
         pid = fork();
         if (pid == 0) {
             execl(path.c_str(), path.c_str(), "60", static_cast<char*>(nullptr));
