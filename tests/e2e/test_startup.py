@@ -1,5 +1,7 @@
 """Start-up and the end of a run: output folder, error log lifecycle, fatal start-up failures."""
 import os
+
+import pytest
 from pathlib import Path
 
 from conftest import LOGS, OUTPUT
@@ -74,3 +76,38 @@ def test_program_started_through_the_search_path_keeps_the_working_directory(gat
                env={"PATH": f"{stage}:/usr/sbin:/usr/bin:/sbin:/bin"}, cwd="/tmp")
     assert run.rc == 0, run.stderr
     assert "current working directory: /tmp" in run.messages()
+
+
+def test_settings_file_is_written_whole_and_nothing_else_is_left(gatr):
+    run = gatr("-s", "-A")
+    assert run.rc == 0
+    assert run.settings["version"] == 1
+    assert run.settings_text.startswith("{\n    \"version\": 1,\n    \"last_archive_file\": null,\n")
+    leftovers = [p for p in OUTPUT.iterdir() if p.name not in ("logs", ".settings")]
+    assert leftovers == []
+
+
+@pytest.mark.parametrize("broken, stderr", [
+    # Rejected for its shape: no message at all.
+    ("{\"version\": 1", ""),
+    # Rejected by the parser before the error log exists: the raw text shows on standard error.
+    ("{\"version\" 1}", "gatr: %s: %s\n"),
+    ("", ""),
+])
+def test_corrupted_settings_file_is_replaced(gatr, sandbox, broken, stderr):
+    sandbox.write(str(OUTPUT / ".settings"), broken)
+    run = gatr("-s", "-A")
+    assert run.rc == 0
+    assert run.stderr.startswith(stderr)
+    assert run.settings["version"] == 1
+    assert run.settings["last_archive_file"] is None
+
+
+def test_a_readable_settings_file_is_kept(gatr, sandbox):
+    sandbox.write(str(OUTPUT / ".settings"),
+                  '{"version": 1, "last_archive_file": "/var/opt/Brimwell/gatr/old.tar.gz",'
+                  ' "custom": [1, 2, 3]}')
+    run = gatr("-s", "-A")
+    assert run.rc == 0
+    assert run.settings["last_archive_file"] == "/var/opt/Brimwell/gatr/old.tar.gz"
+    assert run.settings["custom"] == [1, 2, 3]
