@@ -1,6 +1,7 @@
 // Start-up, the root check and the end of every run.
 #include "app.h"
 
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -45,11 +46,34 @@ void checkPermissions() {
 }
 
 int writeSettingsAtomically(const char* path) {
-    // A run killed while writing must leave the old file or the new one, never half of one.
+    // A run killed while writing, or a disk that fills up, must leave the old file or the new
+    // one, never half of one: the new file takes the old one's place only once every byte of
+    // it has reached the disk.
+    if (!work::settings.isValid()) return -1;
     char temporary[PATH_SIZE + 16];
     snprintf(temporary, sizeof temporary, "%s.%ld.tmp", path, static_cast<long>(getpid()));
-    if (work::settings.writeDocument(JSON_FORMAT_PRETTY, temporary) == -1) return -1;
+    FILE* file = fopen(temporary, "wb");
+    if (file == nullptr) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s", temporary,
+                 strerror(errno));
+        return -1;
+    }
+    work::settings.writeDocument(JSON_FORMAT_PRETTY, file);
+    bool complete = fflush(file) == 0 && ferror(file) == 0 && fsync(fileno(file)) == 0;
+    int error = errno;
+    if (fclose(file) != 0 && complete) {
+        complete = false;
+        error = errno;
+    }
+    if (!complete) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "fwrite on file %s failed: %s", temporary,
+                 strerror(error));
+        remove(temporary);
+        return -1;
+    }
     if (rename(temporary, path) != 0) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "rename of %s to %s failed: %s", temporary,
+                 path, strerror(errno));
         remove(temporary);
         return -1;
     }

@@ -8,5 +8,7 @@ int initialize(const char* programPath);
 void checkPermissions();
 /// Writes the settings file, removes the folders queued for deletion, closes the error log.
 void cleanup();
-/// Writes work::settings to path through a temporary file renamed over it; 0 or -1.
+/// Writes work::settings to path through a temporary file that is renamed over it only once
+/// complete and on disk; 0, or -1 (logged when the file cannot be written or renamed; the
+/// old file stays as it was).
 int writeSettingsAtomically(const char* path);
