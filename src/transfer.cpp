@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <strings.h>
 #include <sys/socket.h>
 
 #include <curl/curl.h>
@@ -106,6 +107,66 @@ void writeStatistics(CURL* curl, bool upload, char* output, unsigned long output
     copyBounded(output, outputSize, line, strlen(line));
 }
 
+// Where the credential of an outgoing Authorization header begins: after its scheme word, so
+// a reader still sees which kind went; null for any other line.
+const char* findCredential(const char* line, const char* lineEnd) {
+    static const char AUTHORIZATION[] = "Authorization:";
+    const size_t nameLength = sizeof AUTHORIZATION - 1;
+    if (static_cast<size_t>(lineEnd - line) < nameLength ||
+        strncasecmp(line, AUTHORIZATION, nameLength) != 0) {
+        return nullptr;
+    }
+    const char* scheme = line + nameLength;
+    while (scheme < lineEnd && *scheme == ' ') ++scheme;
+    const char* schemeEnd = scheme;
+    while (schemeEnd < lineEnd && *schemeEnd != ' ') ++schemeEnd;
+    // A value of one word is all credential.
+    return schemeEnd < lineEnd ? schemeEnd + 1 : scheme;
+}
+
+// Writes one block of outgoing header lines with each credential replaced by asterisks.
+void writeMaskedHeaders(const char* data, size_t size, FILE* stream) {
+    const char* end = data + size;
+    while (data < end) {
+        const char* newline = static_cast<const char*>(memchr(data, '\n', end - data));
+        const char* next = newline != nullptr ? newline + 1 : end;
+        const char* lineEnd = next;
+        while (lineEnd > data && (lineEnd[-1] == '\n' || lineEnd[-1] == '\r')) --lineEnd;
+        const char* credential = findCredential(data, lineEnd);
+        if (credential == nullptr || credential == lineEnd) {
+            fwrite(data, 1, next - data, stream);
+        } else {
+            fwrite(data, 1, credential - data, stream);
+            fputs("********", stream);
+            fwrite(lineEnd, 1, next - lineEnd, stream);
+        }
+        data = next;
+    }
+}
+
+// The verbose trace as libcurl writes it by default (text, headers in, headers out, each block
+// behind its two-character mark), except that no credential of an Authorization header reaches
+// the terminal: verbose output is what customers paste into support cases.
+int traceTransfer(CURL*, curl_infotype type, char* data, size_t size, void*) {
+    switch (type) {
+    case CURLINFO_TEXT:
+        fputs("* ", stderr);
+        fwrite(data, 1, size, stderr);
+        break;
+    case CURLINFO_HEADER_IN:
+        fputs("< ", stderr);
+        fwrite(data, 1, size, stderr);
+        break;
+    case CURLINFO_HEADER_OUT:
+        fputs("> ", stderr);
+        writeMaskedHeaders(data, size, stderr);
+        break;
+    default:
+        break;
+    }
+    return 0;
+}
+
 void setMethod(CURL* curl, int method, void* data, const char* userName, const char* password) {
     // A body the caller left out is sent empty: libcurl would otherwise read it from stdin.
     const char* body = data != nullptr ? static_cast<const char*>(data) : "";
@@ -173,6 +234,7 @@ bool transfer(const char* url, int method, int family, const HeaderList& headers
     if (headers.get() != nullptr) curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
 
     curl_easy_setopt(curl, CURLOPT_VERBOSE, verbose ? 1L : 0L);
+    if (verbose) curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, traceTransfer);
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, timeout);
     if (family == AF_INET) {
         curl_easy_setopt(curl, CURLOPT_IPRESOLVE, CURL_IPRESOLVE_V4);
