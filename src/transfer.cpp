@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <curl/curl.h>
+#include <openssl/crypto.h>
 
 #include "i18n.h"
 #include "logging.h"
@@ -49,7 +50,13 @@ private:
 class HeaderList {
 public:
     HeaderList() = default;
-    ~HeaderList() { curl_slist_free_all(list); }
+    // Header lines can carry an access token: none is left behind in freed memory.
+    ~HeaderList() {
+        for (curl_slist* line = list; line != nullptr; line = line->next) {
+            OPENSSL_cleanse(line->data, strlen(line->data));
+        }
+        curl_slist_free_all(list);
+    }
     HeaderList(const HeaderList&) = delete;
     HeaderList& operator=(const HeaderList&) = delete;
     // A line that cannot be added is left out; the list made so far stays intact.
@@ -268,6 +275,11 @@ bool transfer(const char* url, int method, int family, const HeaderList& headers
 }
 
 }  // namespace
+
+ResponseBuffer::~ResponseBuffer() {
+    if (data != nullptr) OPENSSL_cleanse(data, capacity);
+    delete[] data;
+}
 
 size_t mwriteHandler(char* data, size_t size, size_t count, void* buffer) {
     auto* response = static_cast<ResponseBuffer*>(buffer);
