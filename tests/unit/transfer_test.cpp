@@ -132,7 +132,8 @@ TEST(ExecuteCurl, VerboseTraceShowsTheExchangeButNoCredential) {
         const char* shown;
     };
     const Case cases[] = {
-        {"bearer token", "Authorization: Bearer 00D5e0!AQ4.t0ken", "Authorization: Bearer ********"},
+        {"bearer token", "Authorization: Bearer 00D5e0!AQ4.t0ken",
+         "Authorization: Bearer ********"},
         {"lower-case name", "authorization: Token 5ecret-admin", "authorization: Token ********"},
         {"value of one word", "Authorization: 5ecretWord", "Authorization: ********"},
     };
