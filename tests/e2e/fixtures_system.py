@@ -48,7 +48,6 @@ BIOS Information
 		CGA/mono video services are supported (int 10h)
 		ACPI is supported
 		Smart battery is supported
-		BIOS boot specification is supported
 		Function key-initiated network boot is supported
 		Targeted content distribution is supported
 	BIOS Revision: 4.6
@@ -113,7 +112,6 @@ BIOS Information
 		CGA/mono video services are supported (int 10h)
 		ACPI is supported
 		USB legacy is supported
-		BIOS boot specification is supported
 		Function key-initiated network boot is supported
 		Targeted content distribution is supported
 		UEFI is supported
