@@ -209,7 +209,9 @@ void updateSalesforceCase(const char* ftpServerUrl) {
     char clientSecret[CONNECTOR_VALUE_SIZE] = {};
     char userName[CONNECTOR_VALUE_SIZE] = {};
     char password[CONNECTOR_VALUE_SIZE] = {};
+    Wiped wipeClient(clientId, sizeof clientId);
     Wiped wipeSecret(clientSecret, sizeof clientSecret);
+    Wiped wipeUser(userName, sizeof userName);
     Wiped wipePassword(password, sizeof password);
     if (getConnectorDetails(authenticationUrl, grantType, clientId, clientSecret, userName,
                             password) != 0) {
@@ -273,6 +275,7 @@ void updateSalesforceCase(const char* ftpServerUrl) {
                               false, verbose, 0, nullptr, nullptr);
     // The header list carries the access token: it goes as soon as it is used.
     OPENSSL_cleanse(authorization, sizeof authorization);
+    for (std::string& line : headers) OPENSSL_cleanse(&line[0], line.size());
     headers.clear();
     if (!posted) {
         fprintf(stderr,

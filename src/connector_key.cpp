@@ -5,10 +5,7 @@
 
 // The build hands the key over in four pieces of eight characters (see CMakeLists.txt), so that
 // it never stands whole among the binary's strings.
-#if !defined(GATR_KEY_PART1) || !defined(GATR_KEY_PART2) || !defined(GATR_KEY_PART3) || \
-    !defined(GATR_KEY_PART4)
-#error "the build must define GATR_KEY_PART1 to GATR_KEY_PART4"
-#endif
+#include "connector_key_pieces.h"
 
 namespace {
 constexpr size_t PIECE_SIZE = 8;

@@ -1,7 +1,6 @@
 // Copying a command's output into the main log.
 #include "linux_blocks.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -17,11 +16,6 @@ bool isRepositoryLine(const char* line) {
 }
 
 }  // namespace
-
-void logFileOpenFailure(const char* path) {
-    logError(LINUX_SOURCE, __LINE__, STATUS_ERROR, "fopen on %s failed: %s\n", path,
-             strerror(errno));
-}
 
 bool isErrorLine(const char* line) {
     return strstr(line, "error") != nullptr || strstr(line, "ERROR") != nullptr;
@@ -52,7 +46,7 @@ bool copyCommandToFile(const char* path, const std::function<void(FILE*)>& write
                        const char* command, const char* word, size_t lineSize) {
     File file(path, "w");
     if (!file) {
-        logFileOpenFailure(path);
+        logFopenFailure(LINUX_SOURCE, __LINE__, path);
         return false;
     }
     writeHeading(file.get());

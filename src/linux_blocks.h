@@ -18,9 +18,6 @@ enum class LineFilter {
     Repositories
 };
 
-/// Logs "fopen on <path> failed: <strerror(errno)>\n" at status ERROR.
-void logFileOpenFailure(const char* path);
-
 /// True when the line holds "error" or "ERROR".
 bool isErrorLine(const char* line);
 

@@ -57,7 +57,7 @@ void enumerateNetworkingProxySettings() {
     fprintf(out, "%s\n", _("Proxy settings:"));
     File file(ENVIRONMENT_FILE, "r");
     if (!file) {
-        logFileOpenFailure(ENVIRONMENT_FILE);
+        logFopenFailure(LINUX_SOURCE, __LINE__, ENVIRONMENT_FILE);
         fprintf(out, "  %s\n\n", _("no data is available"));
         return;
     }

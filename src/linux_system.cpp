@@ -38,9 +38,8 @@ void writeMemory(const struct sysinfo& info) {
     blankLine();
 }
 
-void writeLocaleAndZone() {
+void writeLocaleAndZone(time_t now) {
     char zone[128] = {};
-    time_t now = time(nullptr);
     struct tm local = {};
     localtime_r(&now, &local);
     strftime(zone, sizeof zone, "%Z (UTC%z)", &local);
@@ -50,12 +49,12 @@ void writeLocaleAndZone() {
     blankLine();
 }
 
-void writeUptimeAndBoot(const struct sysinfo& info) {
+void writeUptimeAndBoot(const struct sysinfo& info, time_t now) {
     Uptime up = splitUptime(info.uptime);
     fprintf(work::logOs, "%-20s  %ld %s %ld %s %ld %s\n", _("System uptime:"), up.days,
             _("days"), up.hours, _("hours"), up.minutes, _("minutes"));
     char boot[160];
-    formatBootTime(time(nullptr), info.uptime, boot, sizeof boot);
+    formatBootTime(now, info.uptime, boot, sizeof boot);
     writeLabelled(_("Boot time:"), boot);
     blankLine();
 }
@@ -204,9 +203,12 @@ void enumerateSystem() {
 
     struct sysinfo info = {};
     sysinfo(&info);
+    // The boot time is now minus the uptime: both are read together, or the time spent on
+    // the lines between them (a slow disk, a busy machine) would move the boot time later.
+    time_t now = time(nullptr);
     writeMemory(info);
-    writeLocaleAndZone();
-    writeUptimeAndBoot(info);
+    writeLocaleAndZone(now);
+    writeUptimeAndBoot(info, now);
 
     getInstalledKernels();
     blankLine();

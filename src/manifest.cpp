@@ -111,9 +111,10 @@ void resolveOutputFile(const char* file, char* path, size_t size) {
     }
 }
 
-/// A command writes into its file; a mode that cannot write would archive nothing useful.
+/// A command writes into its file; a read-only mode would archive nothing useful, while "r+"
+/// writes over an existing file from its start.
 bool isWritingMode(const char* mode) {
-    return mode[0] == 'w' || mode[0] == 'a';
+    return mode[0] == 'w' || mode[0] == 'a' || (mode[0] == 'r' && strchr(mode, '+') != nullptr);
 }
 
 void processManifestCommand(JsonDocument& manifest, const char* manifestPath,

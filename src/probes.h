@@ -6,7 +6,8 @@
 /// The process ID of the first process whose command line matches; 0 when none, -1 when the
 /// pipeline could not be started.
 int getPid(const char* name);
-/// Writes the process line ("running, process ID ..." or "not running") to the main log.
+/// Writes the process line ("running, process ID ...", "not running", or "state unknown" when
+/// the listing could not be started, which getPid logs) to the main log.
 void getDaemon(const char* name);
 /// Writes the executable's heading, filename, date and size lines, or the failure line
 /// (stat failure logged).

@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <strings.h>
 #include <sys/socket.h>
 
 #include <curl/curl.h>
+#include <openssl/crypto.h>
 
 #include "i18n.h"
 #include "logging.h"
@@ -48,7 +50,13 @@ private:
 class HeaderList {
 public:
     HeaderList() = default;
-    ~HeaderList() { curl_slist_free_all(list); }
+    // Header lines can carry an access token: none is left behind in freed memory.
+    ~HeaderList() {
+        for (curl_slist* line = list; line != nullptr; line = line->next) {
+            OPENSSL_cleanse(line->data, strlen(line->data));
+        }
+        curl_slist_free_all(list);
+    }
     HeaderList(const HeaderList&) = delete;
     HeaderList& operator=(const HeaderList&) = delete;
     // A line that cannot be added is left out; the list made so far stays intact.
@@ -104,6 +112,66 @@ void writeStatistics(CURL* curl, bool upload, char* output, unsigned long output
                     : _("received %s bytes in %s seconds (%s KB/s)"),
              size, time, rate);
     copyBounded(output, outputSize, line, strlen(line));
+}
+
+// Where the credential of an outgoing Authorization header begins: after its scheme word, so
+// a reader still sees which kind went; null for any other line.
+const char* findCredential(const char* line, const char* lineEnd) {
+    static const char AUTHORIZATION[] = "Authorization:";
+    const size_t nameLength = sizeof AUTHORIZATION - 1;
+    if (static_cast<size_t>(lineEnd - line) < nameLength ||
+        strncasecmp(line, AUTHORIZATION, nameLength) != 0) {
+        return nullptr;
+    }
+    const char* scheme = line + nameLength;
+    while (scheme < lineEnd && *scheme == ' ') ++scheme;
+    const char* schemeEnd = scheme;
+    while (schemeEnd < lineEnd && *schemeEnd != ' ') ++schemeEnd;
+    // A value of one word is all credential.
+    return schemeEnd < lineEnd ? schemeEnd + 1 : scheme;
+}
+
+// Writes one block of outgoing header lines with each credential replaced by asterisks.
+void writeMaskedHeaders(const char* data, size_t size, FILE* stream) {
+    const char* end = data + size;
+    while (data < end) {
+        const char* newline = static_cast<const char*>(memchr(data, '\n', end - data));
+        const char* next = newline != nullptr ? newline + 1 : end;
+        const char* lineEnd = next;
+        while (lineEnd > data && (lineEnd[-1] == '\n' || lineEnd[-1] == '\r')) --lineEnd;
+        const char* credential = findCredential(data, lineEnd);
+        if (credential == nullptr || credential == lineEnd) {
+            fwrite(data, 1, next - data, stream);
+        } else {
+            fwrite(data, 1, credential - data, stream);
+            fputs("********", stream);
+            fwrite(lineEnd, 1, next - lineEnd, stream);
+        }
+        data = next;
+    }
+}
+
+// The verbose trace as libcurl writes it by default (text, headers in, headers out, each block
+// behind its two-character mark), except that no credential of an Authorization header reaches
+// the terminal: verbose output is what customers paste into support cases.
+int traceTransfer(CURL*, curl_infotype type, char* data, size_t size, void*) {
+    switch (type) {
+    case CURLINFO_TEXT:
+        fputs("* ", stderr);
+        fwrite(data, 1, size, stderr);
+        break;
+    case CURLINFO_HEADER_IN:
+        fputs("< ", stderr);
+        fwrite(data, 1, size, stderr);
+        break;
+    case CURLINFO_HEADER_OUT:
+        fputs("> ", stderr);
+        writeMaskedHeaders(data, size, stderr);
+        break;
+    default:
+        break;
+    }
+    return 0;
 }
 
 void setMethod(CURL* curl, int method, void* data, const char* userName, const char* password) {
@@ -173,6 +241,7 @@ bool transfer(const char* url, int method, int family, const HeaderList& headers
     if (headers.get() != nullptr) curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
 
     curl_easy_setopt(curl, CURLOPT_VERBOSE, verbose ? 1L : 0L);
+    if (verbose) curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, traceTransfer);
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, timeout);
     if (family == AF_INET) {
         curl_easy_setopt(curl, CURLOPT_IPRESOLVE, CURL_IPRESOLVE_V4);
@@ -206,6 +275,11 @@ bool transfer(const char* url, int method, int family, const HeaderList& headers
 }
 
 }  // namespace
+
+ResponseBuffer::~ResponseBuffer() {
+    if (data != nullptr) OPENSSL_cleanse(data, capacity);
+    delete[] data;
+}
 
 size_t mwriteHandler(char* data, size_t size, size_t count, void* buffer) {
     auto* response = static_cast<ResponseBuffer*>(buffer);

@@ -37,7 +37,8 @@ bool executeCurl(const char* url, int method, int family, std::list<std::string>
                  long timeout, const char* userName, const char* password);
 
 /// The response buffer of one transfer: a fixed capacity chosen before the transfer starts,
-/// allocated on the first write and never grown; freed with the owner.
+/// allocated on the first write and never grown; wiped and freed with the owner (answers can
+/// carry access tokens).
 struct ResponseBuffer {
     char* data = nullptr;
     unsigned long capacity = 0;
@@ -45,7 +46,7 @@ struct ResponseBuffer {
 
     ResponseBuffer() = default;
     explicit ResponseBuffer(unsigned long bytes) : capacity(bytes) {}
-    ~ResponseBuffer() { delete[] data; }
+    ~ResponseBuffer();
     ResponseBuffer(const ResponseBuffer&) = delete;
     ResponseBuffer& operator=(const ResponseBuffer&) = delete;
 };

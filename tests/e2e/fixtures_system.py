@@ -4,6 +4,8 @@ that run inside the sandbox."""
 import os
 import re
 import subprocess
+import time
+from dataclasses import dataclass
 from pathlib import Path
 
 from conftest import STAGE
@@ -360,10 +362,40 @@ def standard_machine(sandbox, release=CENTOS_7, dmi="vmware"):
     install_boot(sandbox)
 
 
+@dataclass
+class MachineReading:
+    """What the kernel says at one moment about the values the SYSTEM block shows and that move
+    on their own: the uptime, the boot instant (moved by clock corrections), the total memory
+    (moved by ballooning and memory hot-plug) and the clocks."""
+    uptime: float
+    btime: int
+    memory: int
+    wall: float
+    monotonic: float
+
+
+def read_machine() -> MachineReading:
+    with open("/proc/uptime") as f:
+        uptime = float(f.read().split()[0])
+    with open("/proc/stat") as f:
+        btime = int(next(line for line in f if line.startswith("btime")).split()[1])
+    memory = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE")
+    return MachineReading(uptime, btime, memory, time.time(), time.monotonic())
+
+
+def bracketed(call, *args, **kwargs):
+    """Calls gatr and keeps, as run.machine, the machine read just before and just after: what
+    the run saw lies between the two, however long a busy machine made it take."""
+    before = read_machine()
+    run = call(*args, **kwargs)
+    run.machine = (before, read_machine())
+    return run
+
+
 def run_diagnostics(gatr, sandbox, *args, hostname=HOSTNAME, env=None, without_dac=False):
     """Runs gatr in a UTS namespace of its own, so that the node name is known. without_dac
     takes from root the power to read and enter what its modes forbid, as on a machine whose
-    security policy confines it."""
+    security policy confines it. The run carries the machine readings around it."""
     environment = {"HOME": str(sandbox.home)}
     environment.update(env or {})
     command = ["/usr/bin/unshare", "--uts", "sh", "-c", 'hostname "$0" && exec "$@"', hostname,
@@ -371,7 +403,7 @@ def run_diagnostics(gatr, sandbox, *args, hostname=HOSTNAME, env=None, without_d
     if without_dac:
         command = ["/usr/bin/setpriv", "--bounding-set=-dac_override,-dac_read_search",
                    *command]
-    return gatr(*command[1:], program=command[0], env=environment)
+    return bracketed(gatr, *command[1:], program=command[0], env=environment)
 
 
 def tool_env(sandbox, env=None):
@@ -449,8 +481,8 @@ def split_sections(main_log: str):
     return header, sections, footer
 
 
-def memory_text() -> str:
-    total = os.sysconf("SC_PHYS_PAGES") * os.sysconf("SC_PAGE_SIZE")
+def memory_text(total: int) -> str:
+    """The Memory: value for a total RAM of `total` bytes."""
     mib = total >> 20
     return "%0.1f GB" % (mib * 0.0009765625) if mib > 1024 else "%0.0f MB" % mib
 
@@ -473,6 +505,7 @@ def cpu_block(cpuinfo: str) -> str:
     return out + "\n"
 
 
+MEMORY_LINE = re.compile(r"^Memory:               (.+)$")
 UPTIME_LINE = re.compile(r"^System uptime:        (\d+) days (\d+) hours (\d+) minutes$")
 BOOT_LINE = re.compile(r"^Boot time:            (\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)([+-]\d{4}) "
                        r"\((\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d)Z\)$")

@@ -1,6 +1,7 @@
 #!/bin/bash
-# Runs the end-to-end suite inside a private mount and network namespace, so that nothing the
-# tests do reaches the machine's own /var/opt, /opt, /etc/opt or network.
+# Runs the end-to-end suite inside private mount, network and process namespaces, so that nothing the
+# tests do reaches the machine's own /var/opt, /opt, /etc/opt or network, and runs of other
+# checkouts on this machine never show in its process listings.
 # Usage: run.sh STAGE_FOLDER [pytest arguments...]
 set -eu
 stage=$(cd "$1" && pwd)
@@ -14,7 +15,7 @@ fi
 mkdir -p /var/opt /opt /etc/opt
 export GATR_STAGE="$stage"
 export GATR_E2E_SANDBOX=1
-exec unshare --mount --net --fork -- /bin/bash -c '
+exec unshare --mount --net --pid --fork --mount-proc -- /bin/bash -c '
     set -e
     mount --make-rprivate /
     ip link set lo up

@@ -12,9 +12,9 @@ import pytest
 
 from conftest import ERROR_LOG, LOGS, MAIN_LOG, OUTPUT, STAGE
 from fixtures_system import (
-    BOOT_LINE, CENTOS_7, CPUINFO_TWO_SOCKETS, DMI_EXPECTED, HOSTNAME, KERNELS_BLOCK,
+    BOOT_LINE, CENTOS_7, CPUINFO_TWO_SOCKETS, DMI_EXPECTED, HOSTNAME, KERNELS_BLOCK, MEMORY_LINE,
     PROGRESS_POINTS, TWO_SOCKETS_BLOCK, UBUNTU_LSB, UPTIME_LINE, YUM_ERROR_LINE,
-    YUM_EXPECTED_BLOCK, complete_lines, copied_block, cpu_block, install_boot,
+    YUM_EXPECTED_BLOCK, bracketed, complete_lines, copied_block, cpu_block, install_boot,
     install_dmidecode, install_yum, memory_text, place_file, progress, run_diagnostics, shell,
     split_sections, standard_machine, tool_env, upload_instructions)
 
@@ -59,7 +59,7 @@ def archive_member_text(path, member):
 
 def system_body(release_text, dmi_text, cpu_text, kernels=KERNELS_BLOCK, host=HOSTNAME,
                 zone="UTC (UTC+0000)"):
-    """The SYSTEM block with the uptime and boot lines left as placeholders."""
+    """The SYSTEM block with the memory, uptime and boot lines left as placeholders."""
     names = os.uname()
     return (f"Host Name:            {host}\n\n"
             f"Operating System:     {release_text}\n"
@@ -67,30 +67,42 @@ def system_body(release_text, dmi_text, cpu_text, kernels=KERNELS_BLOCK, host=HO
             f"Kernel:               {names.release}\n"
             f"Platform:             {names.machine}\n\n"
             + dmi_text + cpu_text +
-            f"Memory:               {memory_text()}\n\n"
+            "<memory>\n\n"
             "Locale:               C\n"
             f"Time zone:            {zone}\n\n"
             "<uptime>\n<boot>\n\n"
             + kernels + "\n")
 
 
-def check_system(body, expected, offset_hours=0):
-    """Compares a SYSTEM block with the expectation; checks the uptime against the kernel's and
-    the boot time's local and UTC forms against each other."""
+def check_system(run, body, expected, offset_hours=0):
+    """Compares a SYSTEM block with the expectation. The lines whose values move on their own
+    are checked against the kernel's readings just before and just after the run: the memory
+    total, the uptime in minutes, and the boot time, whose local and UTC forms must also name
+    the same instant."""
+    before, after = run.machine
     lines = body.split("\n")
+    memory = [i for i, line in enumerate(lines) if MEMORY_LINE.match(line)]
     uptime = [i for i, line in enumerate(lines) if line.startswith("System uptime:")]
-    assert len(uptime) == 1, body
+    assert len(memory) == 1 and len(uptime) == 1, body
+    m_mem = MEMORY_LINE.match(lines[memory[0]])
     i = uptime[0]
     m_up, m_boot = UPTIME_LINE.match(lines[i]), BOOT_LINE.match(lines[i + 1])
     assert m_up and m_boot, (lines[i], lines[i + 1])
-    lines[i], lines[i + 1] = "<uptime>", "<boot>"
+    lines[memory[0]], lines[i], lines[i + 1] = "<memory>", "<uptime>", "<boot>"
     assert "\n".join(lines) == expected
+
+    # Exactly the text of one total between the two readings (the same total, nearly always).
+    low, high = sorted((before.memory >> 20, after.memory >> 20))
+    assert m_mem.group(1) in {memory_text(mib << 20) for mib in range(low, high + 1)}, \
+        (m_mem.group(1), before.memory, after.memory)
 
     days, hours, minutes = (int(g) for g in m_up.groups())
     assert hours < 24 and minutes < 60
-    with open("/proc/uptime") as f:
-        kernel_minutes = int(float(f.read().split()[0])) // 60
-    assert kernel_minutes - 2 <= days * 1440 + hours * 60 + minutes <= kernel_minutes
+    # sysinfo counts a second that has begun as a whole one, so the run may be a second ahead
+    # of the later reading of /proc/uptime, and so a minute ahead just before a minute turns.
+    shown = days * 1440 + hours * 60 + minutes
+    assert int(before.uptime) // 60 <= shown <= (int(after.uptime) + 1) // 60, \
+        (shown, before.uptime, after.uptime)
 
     local = calendar.timegm(time.strptime(m_boot.group(1), "%Y-%m-%dT%H:%M:%S"))
     utc = calendar.timegm(time.strptime(m_boot.group(3), "%Y-%m-%dT%H:%M:%S"))
@@ -98,9 +110,12 @@ def check_system(body, expected, offset_hours=0):
     offset = sign * (int(m_boot.group(2)[1:3]) * 3600 + int(m_boot.group(2)[3:5]) * 60)
     assert offset == offset_hours * 3600
     assert local - utc == offset
-    with open("/proc/stat") as f:
-        btime = int(next(line for line in f if line.startswith("btime")).split()[1])
-    assert abs(utc - btime) <= 5, (m_boot.group(0), btime)
+    # Whole seconds of the clock and of the uptime (rounded up) put the boot time within a
+    # second of the kernel's; the time the run took between its two readings can only make it
+    # later.
+    low = min(before.btime, after.btime) - 1
+    high = max(before.btime, after.btime) + 1 + int(after.monotonic - before.monotonic)
+    assert low <= utc <= high, (m_boot.group(0), before.btime, after.btime)
 
 
 def real_cpu_block():
@@ -138,8 +153,8 @@ def test_full_run_console_main_log_settings_and_archive(gatr, sandbox):
     assert run.stdout == expected_console(archive)
 
     blocks = inventory(run)
-    check_system(blocks["SYSTEM"], system_body(CENTOS_7.rstrip("\n"), DMI_EXPECTED["vmware"],
-                                               real_cpu_block()))
+    check_system(run, blocks["SYSTEM"], system_body(CENTOS_7.rstrip("\n"),
+                                                    DMI_EXPECTED["vmware"], real_cpu_block()))
 
     environment = blocks["ENVIRONMENT"]
     assert environment.endswith("\n\n")
@@ -252,7 +267,7 @@ def test_system_block_for_release_and_firmware(gatr, sandbox, release, release_t
     install_boot(sandbox)
     run = run_diagnostics(gatr, sandbox, "-s", "-A")
     assert (run.rc, run.stdout) == (0, "")
-    check_system(inventory(run)["SYSTEM"],
+    check_system(run, inventory(run)["SYSTEM"],
                  system_body(release_text, DMI_EXPECTED[dmi], real_cpu_block()))
     assert run.settings["system"]["operating_system"] == release_text
     warning = ("linux.cpp", "cannot enumerate BIOS as dmidecode is not installed: "
@@ -267,14 +282,14 @@ def test_interleaved_sockets_are_listed_at_every_change(gatr, sandbox):
     standard_machine(sandbox)
     run = run_diagnostics(gatr, sandbox, "-s", "-A")
     assert cpu_block(CPUINFO_TWO_SOCKETS) == TWO_SOCKETS_BLOCK
-    check_system(inventory(run)["SYSTEM"],
+    check_system(run, inventory(run)["SYSTEM"],
                  system_body(CENTOS_7.rstrip("\n"), DMI_EXPECTED["vmware"], TWO_SOCKETS_BLOCK))
 
 
 def test_time_zone_and_boot_time_follow_the_local_zone(gatr, sandbox):
     standard_machine(sandbox)
     run = run_diagnostics(gatr, sandbox, "-s", "-A", env={"TZ": "CET-1"})
-    check_system(inventory(run)["SYSTEM"],
+    check_system(run, inventory(run)["SYSTEM"],
                  system_body(CENTOS_7.rstrip("\n"), DMI_EXPECTED["vmware"], real_cpu_block(),
                              zone="CET (UTC+0100)"),
                  offset_hours=1)
@@ -287,7 +302,7 @@ def test_kernel_names_lose_eight_characters_whatever_they_are(gatr, sandbox):
     # "vmlinuz" plus its newline is all of the first eight characters: nothing is left, not
     # even the newline, so the block's closing empty line ends that entry.
     want = KERNELS_BLOCK + "  "
-    check_system(inventory(run)["SYSTEM"],
+    check_system(run, inventory(run)["SYSTEM"],
                  system_body(CENTOS_7.rstrip("\n"), DMI_EXPECTED["vmware"], real_cpu_block(),
                              kernels=want))
 
@@ -301,8 +316,10 @@ def test_upper_case_node_name_is_lowered_for_the_archive_only(gatr, sandbox):
     m = ARCHIVE_NAME.match(archive)
     assert m and m.group(1) == "web01", archive
     assert Path(archive).is_file()
+    # The minute the archive was made in: between the minute the run began in and its end.
     stamp = calendar.timegm(time.strptime(m.group(2), "%Y%m%dT%H%MZ"))
-    assert 0 <= time.time() - stamp < 180
+    before, after = run.machine
+    assert int(before.wall) // 60 * 60 <= stamp <= after.wall, (stamp, before.wall, after.wall)
 
 
 # --------------------------------------------------------------------------- run variants
@@ -363,8 +380,9 @@ def test_progress_bar_in_a_terminal(sandbox):
     subprocess.run(["tmux", "-S", socket, "new-session", "-d", "-x", "100", "-y", "40",
                     command], env=env, check=True)
     try:
-        screen = ""
-        for _ in range(120):
+        # As long as any other run may take (the gatr fixture's limit), however busy the machine.
+        screen, deadline = "", time.monotonic() + 120
+        while time.monotonic() < deadline:
             screen = subprocess.run(["tmux", "-S", socket, "capture-pane", "-p"], env=env,
                                     capture_output=True, check=True).stdout.decode()
             if "[exit " in screen:
@@ -484,7 +502,7 @@ def test_commands_that_cannot_be_started(gatr, sandbox):
     # Without the shell no command can be started at all.
     sandbox.hide("/bin/sh")
     assert not os.path.exists("/bin/sh")
-    run = gatr(env={"HOME": str(sandbox.home)})
+    run = bracketed(gatr, env={"HOME": str(sandbox.home)})
     assert run.rc == 0, run.stderr
     assert run.stdout == expected_console()
 
@@ -499,7 +517,7 @@ def test_commands_that_cannot_be_started(gatr, sandbox):
                     "Motherboard:           , version \n\n"
                     "Firmware mode:        BIOS\n"
                     "Firmware:             , , \n\n")
-    check_system(blocks["SYSTEM"], system_body(
+    check_system(run, blocks["SYSTEM"], system_body(
         names.sysname, empty_record, "Sockets:              n/a\n\n",
         kernels="Installed kernels:\n", host=names.nodename))
     assert blocks["ENVIRONMENT"] == ""

@@ -9,7 +9,6 @@ import re
 import shutil
 import subprocess
 import tarfile
-import time
 from pathlib import Path
 
 import pytest
@@ -177,21 +176,9 @@ def test_sparse_fixture_gives_the_short_block(gatr, product, orb_service):
     assert section(run.main_log) == expected_block(pid, configuration)
 
 
-def test_the_admin_token_is_written_nowhere(gatr, product, orb_service):
-    orb_service(FIXTURES / "rich", TOKEN)
-    product.install(rich_config())
-    run = gatr("-s", "--orb-threads")
-    assert run.rc == 0, run.stderr
-    for path in OUTPUT.rglob("*"):
-        if path.is_file():
-            assert TOKEN.encode() not in path.read_bytes(), path
-    for name, text in archive_members(run).items():
-        if name != ORB_CONFIG:
-            assert text is None or TOKEN not in text, name
-
-
 FAILURES = [
     ("version", "500", False),
+    ("version", "close", False),
     ("notify", "not-json", False),
     ("notify", "close", False),
     ("smtp", "500", False),
@@ -217,6 +204,9 @@ def test_a_failing_endpoint_prints_the_failure_line_and_the_section_goes_on(
     expected = orb_expect.configuration_of(answers(FIXTURES / "rich"), failed, unparsable)
     assert section(run.main_log) == expected_block(pid, expected)
     assert orb_expect.FAILURE in expected
+    if endpoint == "version":
+        # Without a version every report asks a path the service does not know.
+        assert "/orb//notify/" in service.paths()
     assert f"{BANNER} section completed" in run.messages()
     assert archive_members(run)[DEPLIST_FILE] == "ORB Dependency List\n\n" + DEPLIST
 
@@ -265,6 +255,8 @@ def test_default_port_and_cut_token_and_api_version(gatr, product, orb_service, 
 
 
 def test_slow_answers_within_the_limit_are_waited_for(gatr, product, orb_service):
+    # The 60-second limit itself is proved against a silent peer with a one-second limit in
+    # the unit tests; waiting it out here would cost a minute a run.
     service = orb_service(FIXTURES / "rich", TOKEN)
     service.fail("backup", ("slow", 3))
     pid = product.install(rich_config())
@@ -272,22 +264,6 @@ def test_slow_answers_within_the_limit_are_waited_for(gatr, product, orb_service
     assert run.rc == 0, run.stderr
     assert section(run.main_log) == expected_block(
         pid, orb_expect.configuration_of(answers(FIXTURES / "rich")))
-
-
-def test_a_service_that_never_answers_is_given_up_after_sixty_seconds(
-        gatr, product, orb_service):
-    service = orb_service(FIXTURES / "rich", TOKEN)
-    service.fail("version", ("slow", 90))
-    pid = product.install(rich_config())
-    started = time.monotonic()
-    run = gatr("-s", timeout=240)
-    elapsed = time.monotonic() - started
-    assert run.rc == 0, run.stderr
-    assert elapsed >= 60
-    # Without a version every report asks a path the service does not know.
-    expected = orb_expect.configuration_of(answers(FIXTURES / "rich"), ("version",))
-    assert section(run.main_log) == expected_block(pid, expected)
-    assert "/orb//notify/" in service.paths()
 
 
 ITERATION = re.compile(r"^iteration (\d) \[(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\]$", re.M)
@@ -312,6 +288,13 @@ def test_orb_threads_archives_three_iterations_five_seconds_apart(gatr, product,
     assert service.paths().count("/orb/threads/") == 3
     assert ("--orb-threads option specified: ORB threads dump will be generated"
             in run.messages())
+    # The admin token is written nowhere, the thread dump included.
+    for path in OUTPUT.rglob("*"):
+        if path.is_file():
+            assert TOKEN.encode() not in path.read_bytes(), path
+    for name, text in archive_members(run).items():
+        if name != ORB_CONFIG:
+            assert text is None or TOKEN not in text, name
 
 
 def test_orb_threads_with_the_service_failing_keeps_only_the_iteration_lines(

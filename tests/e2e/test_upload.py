@@ -120,6 +120,16 @@ def test_upload_sends_the_archive_and_updates_the_case(setup):
     assert_no_secret(run.error_log, run.stdout, run.stderr)
 
 
+def test_verbose_upload_traces_the_exchange_without_the_token(setup):
+    run = setup.run("-v", "-u", "eu", CASE, str(setup.archive))
+    assert run.rc == 0, run.stderr
+    assert "> USER anonymous\r\n" in run.stderr
+    assert f"> POST /services/apexrest/case/gatr/v1/{CASE} HTTP/1.1\r\n" in run.stderr
+    assert "\r\nAuthorization: Bearer ********\r\n" in run.stderr
+    assert setup.oauth.requests[1].headers["Authorization"] == "Bearer " + ACCESS_TOKEN
+    assert_no_secret(run.stderr, run.stdout, run.error_log)
+
+
 def test_statistics_are_grouped_in_a_locale_with_a_separator(setup, sandbox):
     locales = sandbox.scratch / "locales"
     locales.mkdir()

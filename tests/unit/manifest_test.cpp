@@ -194,6 +194,7 @@ TEST_F(ManifestTest, ShippedManifestIsUsedWhenTheProductHasNone) {
 
 TEST_F(ManifestTest, CommandsWriteTheirOutputAndJoinTheArchive) {
     writeFile(output + "/logs/appended.txt", "old\n");
+    writeFile(output + "/logs/overwritten.txt", "0123456789\n");
     writeManifest(install, R"({"Linux": {"archive": {
         "files": ["/product/own.log"],
         "commands": [
@@ -203,6 +204,7 @@ TEST_F(ManifestTest, CommandsWriteTheirOutputAndJoinTheArchive) {
              "file": "./logs/unchanged.txt", "mode": "w"},
             {"command": "echo %INSTALL%", "file": "./logs/placeholder.txt", "mode": "w"},
             {"command": "echo new", "file": "./logs/appended.txt", "mode": "a"},
+            {"command": "echo r+", "file": "./logs/overwritten.txt", "mode": "r+"},
             {"command": "echo absolute", "file": ")" + root.path() + R"(/absolute.txt",
              "mode": "w"},
             {"command": "echo backslash", "file": ".\\logs\\win.txt", "mode": "w"}
@@ -214,6 +216,7 @@ TEST_F(ManifestTest, CommandsWriteTheirOutputAndJoinTheArchive) {
                                         output + "/logs/unchanged.txt",
                                         output + "/logs/placeholder.txt",
                                         output + "/logs/appended.txt",
+                                        output + "/logs/overwritten.txt",
                                         root.file("absolute.txt"), win}),
               gathered());
     EXPECT_EQ("hello\n", readFile(output + "/logs/hello.txt"));
@@ -221,6 +224,8 @@ TEST_F(ManifestTest, CommandsWriteTheirOutputAndJoinTheArchive) {
     EXPECT_EQ("2>&1\n", readFile(output + "/logs/unchanged.txt")) << "run unchanged";
     EXPECT_EQ(install + "\n", readFile(output + "/logs/placeholder.txt"));
     EXPECT_EQ("old\nnew\n", readFile(output + "/logs/appended.txt"));
+    EXPECT_EQ("r+\n3456789\n", readFile(output + "/logs/overwritten.txt"))
+        << "\"r+\" writes from the start";
     EXPECT_EQ("absolute\n", readFile(root.file("absolute.txt")));
     EXPECT_EQ("backslash\n", readFile(win));
     EXPECT_TRUE(messages().empty());

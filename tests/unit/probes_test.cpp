@@ -186,7 +186,7 @@ TEST(GetKernelModule, RealModuleFileShowsItsInformationDateAndSize) {
               log.text());
 }
 
-TEST(GetKernelModule, ErrorLineEndsTheInformationAndALastUnterminatedLineIsDropped) {
+TEST(GetKernelModule, ErrorLineIsShownUnderFilenameAndEndsTheInformation) {
     StandIns tools;
     tools.tool("modinfo", "echo 'filename:       /nonexistent/brwvsm.ko'\n"
                           "echo 'modinfo: ERROR: could not get modinfo from brwvsm: Bad file'\n"

@@ -125,6 +125,38 @@ TEST(ExecuteCurl, HeaderListIsSentInOrderWithoutAddedContentType) {
     EXPECT_EQ(std::string::npos, request.find("Content-Type")) << request;
 }
 
+TEST(ExecuteCurl, VerboseTraceShowsTheExchangeButNoCredential) {
+    struct Case {
+        const char* name;
+        const char* header;
+        const char* shown;
+    };
+    const Case cases[] = {
+        {"bearer token", "Authorization: Bearer 00D5e0!AQ4.t0ken",
+         "Authorization: Bearer ********"},
+        {"lower-case name", "authorization: Token 5ecret-admin", "authorization: Token ********"},
+        {"value of one word", "Authorization: 5ecretWord", "Authorization: ********"},
+    };
+    for (const Case& c : cases) {
+        LoopbackHttp peer({LoopbackHttp::answer(200, "{\"status\": 0}")});
+        std::list<std::string> headers = {c.header, "X-After: kept"};
+        char output[64];
+        testing::internal::CaptureStderr();
+        bool done = executeCurl(peer.url("/case").c_str(), CURL_METHOD_POST, 0, headers,
+                                const_cast<char*>("{}"), output, sizeof output, false, true, 10,
+                                nullptr, nullptr);
+        std::string trace = testing::internal::GetCapturedStderr();
+        EXPECT_TRUE(done) << c.name;
+        EXPECT_TRUE(hasHeader(peer.requests().at(0), c.header)) << c.name;
+        EXPECT_NE(std::string::npos, trace.find("> POST /case HTTP/1.1\r\n")) << c.name << trace;
+        std::string shown = "\r\n" + std::string(c.shown) + "\r\nX-After: kept\r\n";
+        EXPECT_NE(std::string::npos, trace.find(shown)) << c.name << trace;
+        EXPECT_NE(std::string::npos, trace.find("< HTTP/1.1 200 X\r\n")) << c.name << trace;
+        std::string secret = std::string(c.header).substr(std::string(c.header).rfind(' ') + 1);
+        EXPECT_EQ(std::string::npos, trace.find(secret)) << c.name << trace;
+    }
+}
+
 TEST(ExecuteCurl, HeaderListPostCarriesTheFormBodyUnchanged) {
     LoopbackHttp peer({LoopbackHttp::answer(200, "{}")});
     std::list<std::string> headers = {"Content-Type: application/x-www-form-urlencoded"};

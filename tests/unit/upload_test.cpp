@@ -3,8 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
+
+#include "jsonparser.h"
+#include "support_servers.h"
 
 namespace {
 
@@ -52,6 +56,42 @@ TEST(CaseNumber, ExactlyEightDecimalDigits) {
         {"0123456A", false}, {"", false},        {"0123 567", false}, {"+1234567", false},
     };
     for (const Case& c : cases) EXPECT_EQ(c.valid, isValidCaseNumber(c.number)) << c.number;
+}
+
+}  // namespace
+
+namespace {
+
+// The configuration file that ships beside the program (unit tests run from the stage).
+TEST(ShippedConfiguration, ListsEveryRegionWithAServerTheTransferCanReach) {
+    JsonDocument config;
+    ASSERT_EQ(0, config.loadDocument(CONFIG_FILE_NAME));
+    int count = static_cast<int>(config.getArraySize("ftp_servers[]"));
+    char regions[1024] = {};
+    for (int i = 0; i < count; ++i) {
+        char path[128];
+        snprintf(path, sizeof path, "ftp_servers[%d]->region", i);
+        appendRegionName(regions, sizeof regions, config.getValue<char*>(path), i, count);
+        snprintf(path, sizeof path, "ftp_servers[%d]->use_secure", i);
+        EXPECT_EQ(JSON_BOOLEAN, config.getType(path)) << path;
+
+        FtpServer server;
+        readFtpServer(config, i, server);
+        std::string url = server.url;
+        bool secure = url.rfind("ftps://", 0) == 0;
+        EXPECT_TRUE(secure || url.rfind("ftp://", 0) == 0) << url;
+        // The port is appended to the URL, so the URL holds none of its own.
+        EXPECT_EQ(std::string::npos, url.find(':', secure ? 7 : 6)) << url;
+        EXPECT_NE('/', url.back()) << url;
+        // libcurl speaks TLS from the first byte to an ftps:// URL: that is the port for it.
+        EXPECT_EQ(secure ? 990 : 21, server.port) << url;
+    }
+    EXPECT_STREQ("EU, US or AU", regions);
+
+    int control = config.getValue<int>("ftp_servers->control_ftp_server");
+    EXPECT_EQ(JSON_INTEGER, config.getType("control_ftp_server"));
+    EXPECT_GE(control, 0);
+    EXPECT_LT(control, count);
 }
 
 }  // namespace
