@@ -11,36 +11,22 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "test_support.h"
+
 namespace {
 
-class TempFolder {
-public:
-    TempFolder() {
-        char pattern[] = "/tmp/gatr-folders-XXXXXX";
-        path = mkdtemp(pattern);
-    }
-    ~TempFolder() { std::system(("rm -rf '" + path + "'").c_str()); }
-    std::string path;
+using test_support::EnvScope;
+
+// A temporary folder named by a plain path string, for the C-string helpers under test.
+struct TempFolder {
+    test_support::TempDir dir;
+    const std::string& path = dir.path();
 };
 
 bool isFolder(const std::string& path) {
     struct stat info;
     return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
-
-class EnvScope {
-public:
-    EnvScope(const char* name, const char* value) : name(name) {
-        const char* old = getenv(name);
-        if (old != nullptr) saved = old, had = true;
-        if (value != nullptr) setenv(name, value, 1); else unsetenv(name);
-    }
-    ~EnvScope() { if (had) setenv(name, saved.c_str(), 1); else unsetenv(name); }
-private:
-    const char* name;
-    std::string saved;
-    bool had = false;
-};
 
 TEST(MakeDirectory, CreatesEveryMissingParent) {
     TempFolder top;

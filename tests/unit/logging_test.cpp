@@ -8,28 +8,12 @@
 #include <regex>
 #include <string>
 
+#include "test_support.h"
 #include "work.h"
 
 namespace {
 
-// Points the error log at a memory buffer for the length of a test.
-class CapturedErrorLog {
-public:
-    CapturedErrorLog() { work::errorsOs = open_memstream(&data, &size); }
-    ~CapturedErrorLog() {
-        if (work::errorsOs != nullptr) fclose(work::errorsOs);
-        work::errorsOs = nullptr;
-        free(data);
-    }
-    std::string text() {
-        fflush(work::errorsOs);
-        return std::string(data, size);
-    }
-
-private:
-    char* data = nullptr;
-    size_t size = 0;
-};
+using test_support::CapturedErrorLog;
 
 const std::regex kLine(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (.{16}) \[(.{5})\] (.{20}) (.*)\n$)");
 

@@ -84,23 +84,7 @@ inline bool exists(const std::string& path) {
     return stat(path.c_str(), &info) == 0;
 }
 
-/// Sets or unsets an environment variable and restores it afterwards.
-class EnvScope {
-public:
-    EnvScope(const char* name, const char* value) : name(name) {
-        const char* old = getenv(name);
-        if (old != nullptr) saved = old, had = true;
-        if (value != nullptr) setenv(name, value, 1); else unsetenv(name);
-    }
-    ~EnvScope() {
-        if (had) setenv(name, saved.c_str(), 1); else unsetenv(name);
-    }
-
-private:
-    const char* name;
-    std::string saved;
-    bool had = false;
-};
+using test_support::EnvScope;
 
 /// Changes the working folder and goes back afterwards.
 class ChdirScope {

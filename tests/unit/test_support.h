@@ -43,6 +43,26 @@ inline void writeFile(const std::string& path, const std::string& bytes) {
     EXPECT_EQ(fclose(f), 0) << path;
 }
 
+// Sets or unsets an environment variable and restores it afterwards.
+class EnvScope {
+public:
+    EnvScope(const char* name, const char* value) : name_(name) {
+        const char* old = getenv(name);
+        if (old != nullptr) saved_ = old, had_ = true;
+        if (value != nullptr) setenv(name, value, 1); else unsetenv(name);
+    }
+    ~EnvScope() {
+        if (had_) setenv(name_, saved_.c_str(), 1); else unsetenv(name_);
+    }
+    EnvScope(const EnvScope&) = delete;
+    EnvScope& operator=(const EnvScope&) = delete;
+
+private:
+    const char* name_;
+    std::string saved_;
+    bool had_ = false;
+};
+
 // Standard output of a shell command; the test fails if the command does not exit 0.
 inline std::string runCommand(const std::string& command) {
     std::string output;

@@ -7,40 +7,32 @@
 
 namespace {
 
-TEST(ControlField, EmptyKeyReadsTheFirstWordOfTheFile) {
-    char field[32] = {};
-    EXPECT_TRUE(readControlField("2.4.0-1 https://x/y.tar.gz abc\n", "", "%31s[^\r\n;]", field));
-    EXPECT_STREQ("2.4.0-1", field);
-}
-
-TEST(ControlField, WordIsCutToTheFormatWidth) {
-    char field[8] = {};
-    EXPECT_TRUE(readControlField("abcdefghijkl", "", "%7s[^\r\n;]", field));
-    EXPECT_STREQ("abcdefg", field);
-}
-
-TEST(ControlField, LeadingBlankLinesAreSkippedAndSemicolonsKept) {
-    char field[32] = {};
-    EXPECT_TRUE(readControlField("\r\n\n  2.3.3;next\n", "", "%31s[^\r\n;]", field));
-    EXPECT_STREQ("2.3.3;next", field);
-}
-
-TEST(ControlField, KeyIsSearchedAndTheWordAfterItRead) {
-    char field[32] = {};
-    EXPECT_TRUE(readControlField("a=1\nversion= 2.5.0\n", "version=", "%31s[^\r\n;]", field));
-    EXPECT_STREQ("2.5.0", field);
-}
-
-TEST(ControlField, MissingKeyLeavesTheFieldAlone) {
-    char field[32] = "before";
-    EXPECT_FALSE(readControlField("2.4.0", "version=", "%31s[^\r\n;]", field));
-    EXPECT_STREQ("before", field);
-}
-
-TEST(ControlField, EmptyTextLeavesTheFieldEmpty) {
-    char field[32] = {};
-    EXPECT_TRUE(readControlField("", "", "%31s[^\r\n;]", field));
-    EXPECT_STREQ("", field);
+TEST(ControlField, ReadsOneWordAfterTheKey) {
+    struct Case {
+        const char* name;
+        const char* text;
+        const char* key;
+        const char* format;
+        bool found;
+        const char* want;
+    };
+    const Case cases[] = {
+        {"empty key reads the first word", "2.4.0-1 https://x/y.tar.gz abc\n", "", "%31s[^\r\n;]",
+         true, "2.4.0-1"},
+        {"word is cut to the format width", "abcdefghijkl", "", "%7s[^\r\n;]", true, "abcdefg"},
+        {"blank lines skipped, semicolons kept", "\r\n\n  2.3.3;next\n", "", "%31s[^\r\n;]", true,
+         "2.3.3;next"},
+        {"key searched, word after it read", "a=1\nversion= 2.5.0\n", "version=", "%31s[^\r\n;]",
+         true, "2.5.0"},
+        {"missing key leaves the field alone", "2.4.0", "version=", "%31s[^\r\n;]", false, "before"},
+        {"empty text leaves the field empty", "", "", "%31s[^\r\n;]", true, ""},
+    };
+    for (const Case& c : cases) {
+        char field[32] = "before";
+        if (c.found) field[0] = '\0';
+        EXPECT_EQ(c.found, readControlField(c.text, c.key, c.format, field)) << c.name;
+        EXPECT_STREQ(c.want, field) << c.name;
+    }
 }
 
 TEST(VersionComparison, RunningIsLaterOnlyAtTheFirstDifferingGreaterField) {
