@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "jsonparser.h"
+#include "json/jsonparser.h"
 
 namespace {
 

@@ -8,6 +8,6 @@ out=${1:-"$root/build-fuzz/json_parser_fuzz"}
 mkdir -p "$(dirname "$out")" "$root/fuzz/corpus-run"
 clang++ -std=c++17 -g -O1 -Wall -Wextra -fsanitize=fuzzer,address,undefined \
     -fno-sanitize-recover=undefined -I"$root/src" \
-    "$root/fuzz/json_parser_fuzz.cpp" "$root"/src/jsonparser_*.cpp \
-    "$root/src/logging.cpp" "$root/src/globals.cpp" -o "$out"
+    "$root/fuzz/json_parser_fuzz.cpp" "$root"/src/json/jsonparser_*.cpp \
+    "$root/src/frame/logging.cpp" "$root/src/frame/globals.cpp" -o "$out"
 echo "built $out"

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <string>
 
-#include "jsonparser.h"
-#include "work.h"
+#include "frame/work.h"
+#include "json/jsonparser.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     // The real error log code runs, writing to the null device instead of a file.

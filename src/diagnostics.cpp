@@ -1,15 +1,16 @@
 // The diagnostics run: the main log with every section in a fixed order, then the archive.
+#include "diagnostics.h"
+
 #include <cstdio>
 
-#include "archive.h"
-#include "console.h"
-#include "i18n.h"
-#include "linux_sections.h"
-#include "linux_system.h"
-#include "logging.h"
-#include "modes.h"
-#include "products.h"
-#include "work.h"
+#include "collect/archive.h"
+#include "frame/console.h"
+#include "frame/i18n.h"
+#include "frame/logging.h"
+#include "frame/work.h"
+#include "inventory/linux_sections.h"
+#include "inventory/linux_system.h"
+#include "products/products.h"
 
 namespace {
 

@@ -1,10 +1,12 @@
 // gatr, the Support Data Gatherer: start-up order and the choice of the one run mode.
-#include "app.h"
-#include "cmdline.h"
-#include "folders.h"
-#include "logging.h"
-#include "modes.h"
-#include "work.h"
+#include "diagnostics.h"
+#include "frame/app.h"
+#include "frame/cmdline.h"
+#include "frame/folders.h"
+#include "frame/logging.h"
+#include "frame/work.h"
+#include "support/hash_command.h"
+#include "support/upload.h"
 
 int main(int argc, char** argv) {
     if (initialize(argv[0]) != 0) return 1;

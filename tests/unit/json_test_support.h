@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "jsonparser.h"
+#include "json/jsonparser.h"
 #include "test_support.h"
 
 namespace jsontest {

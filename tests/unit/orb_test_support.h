@@ -16,10 +16,10 @@
 #include <functional>
 #include <string>
 
-#include "jsonparser.h"
+#include "frame/work.h"
+#include "json/jsonparser.h"
+#include "products/orb.h"
 #include "test_support.h"
-#include "orb.h"
-#include "work.h"
 
 namespace orbtest {
 

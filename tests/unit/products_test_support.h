@@ -18,8 +18,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "frame/work.h"
 #include "test_support.h"
-#include "work.h"
 
 namespace testsupport {
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "work.h"
+#include "frame/work.h"
 
 namespace test_support {
 

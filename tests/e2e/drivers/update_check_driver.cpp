@@ -3,11 +3,11 @@
 // when the check returns, so a test tells a return from the check's own exits (0 and 1).
 #include <cstdio>
 
-#include "app.h"
-#include "cmdline.h"
-#include "folders.h"
-#include "logging.h"
-#include "update_check.h"
+#include "frame/app.h"
+#include "frame/cmdline.h"
+#include "frame/folders.h"
+#include "frame/logging.h"
+#include "support/update_check.h"
 
 int main(int argc, char** argv) {
     if (initialize(argv[0]) != 0) return 1;

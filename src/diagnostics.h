@@ -1,0 +1,6 @@
+// The diagnostics run: the one place that calls every subsystem, so it sits above them all.
+#pragma once
+
+/// The diagnostics run: main log, every section, the archive. Never exits after the main log
+/// is open.
+void generateDiagnostics();

@@ -1,0 +1,92 @@
+// Start-up, the root check and the end of every run.
+#include "frame/app.h"
+
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+#include "frame/folders.h"
+#include "frame/i18n.h"
+#include "frame/logging.h"
+#include "frame/work.h"
+
+int initialize(const char* programPath) {
+    work::detected = 0;
+    char folder[PATH_SIZE] = {};
+    const char* slash = strrchr(programPath, '/');
+    if (slash != nullptr) {
+        size_t length = static_cast<size_t>(slash - programPath);
+        if (length >= sizeof folder) length = sizeof folder - 1;
+        memcpy(folder, programPath, length);
+        // ./etc, ./var and ./locale are found beside the executable.
+        if (chdir(folder) != 0) return -1;
+    }
+    setlocale(LC_ALL, "");
+    bindtextdomain(PROGRAM_NAME, "./locale");
+    bind_textdomain_codeset(PROGRAM_NAME, "UTF-8");
+    textdomain(PROGRAM_NAME);
+
+    // Any locale that groups digits gets a comma, whatever its own separator: support reads
+    // the figures in one form.
+    const struct lconv* conventions = localeconv();
+    work::thousandsSeparator =
+        (conventions->thousands_sep != nullptr && conventions->thousands_sep[0] != '\0') ? ',' : 0;
+    return 0;
+}
+
+void checkPermissions() {
+    if (geteuid() != 0) {
+        fprintf(stderr, "%s: %s\n", PROGRAM_NAME,
+                _("you need to be root or invoke with sudo to run this application"));
+        exit(1);
+    }
+}
+
+int writeSettingsAtomically(const char* path) {
+    // A run killed while writing, or a disk that fills up, must leave the old file or the new
+    // one, never half of one: the new file takes the old one's place only once every byte of
+    // it has reached the disk.
+    if (!work::settings.isValid()) return -1;
+    char temporary[PATH_SIZE + 16];
+    snprintf(temporary, sizeof temporary, "%s.%ld.tmp", path, static_cast<long>(getpid()));
+    FILE* file = fopen(temporary, "wb");
+    if (file == nullptr) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s", temporary,
+                 strerror(errno));
+        return -1;
+    }
+    work::settings.writeDocument(JSON_FORMAT_PRETTY, file);
+    bool complete = fflush(file) == 0 && ferror(file) == 0 && fsync(fileno(file)) == 0;
+    int error = errno;
+    if (fclose(file) != 0 && complete) {
+        complete = false;
+        error = errno;
+    }
+    if (!complete) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "fwrite on file %s failed: %s", temporary,
+                 strerror(error));
+        remove(temporary);
+        return -1;
+    }
+    if (rename(temporary, path) != 0) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "rename of %s to %s failed: %s", temporary,
+                 path, strerror(errno));
+        remove(temporary);
+        return -1;
+    }
+    return 0;
+}
+
+void cleanup() {
+    if (writeSettingsAtomically(work::settingsFileName) == -1) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "failed to write the settings file");
+    }
+    for (const std::string& folder : work::deleteFolderList) {
+        removeDirectory(folder.c_str(), true);
+    }
+    work::deleteFolderList.clear();
+    disableErrorLogging(false);
+}

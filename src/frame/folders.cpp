@@ -1,0 +1,115 @@
+// The output folder and the file-system helpers.
+#include "frame/folders.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <memory>
+#include <sys/stat.h>
+
+#include "frame/i18n.h"
+#include "frame/logging.h"
+#include "frame/work.h"
+
+namespace {
+
+bool pathExists(const char* path) {
+    struct stat info;
+    return stat(path, &info) == 0;
+}
+
+int createOne(const char* path) {
+    if (pathExists(path)) return 0;
+    if (mkdir(path, 0775) != 0) {
+        int error = errno;
+        logError(__FILE__, __LINE__, STATUS_ERROR, "mkdir on %s failed: %s\n", path,
+                 strerror(error));
+        errno = error;  // the caller names the same reason
+        return -1;
+    }
+    return 0;
+}
+
+void makeFolderOrExit(const char* path) {
+    if (makeDirectory(path) == -1) {
+        fprintf(stderr, "%s: %s %s: %s\n", PROGRAM_NAME, _("failed to create folder"), path,
+                strerror(errno));
+        exit(1);
+    }
+}
+
+struct DirCloser {
+    void operator()(DIR* dir) const { closedir(dir); }
+};
+
+}  // namespace
+
+int makeDirectory(const char* path) {
+    const char* first = strchr(path, '/');
+    if (first == nullptr) return -1;
+    char prefix[PATH_SIZE] = {};
+    // The part in front of the first '/' is the root for absolute paths and is never made.
+    for (const char* slash = strchr(first + 1, '/'); slash != nullptr;
+         slash = strchr(slash + 1, '/')) {
+        size_t length = static_cast<size_t>(slash - path);
+        if (length >= sizeof prefix) return -1;
+        memcpy(prefix, path, length);
+        prefix[length] = '\0';
+        if (length > 0 && createOne(prefix) == -1) return -1;
+    }
+    return createOne(path);
+}
+
+int removeDirectory(const char* path, bool removeSelf) {
+    std::vector<std::string> entries;
+    getDirectoryList(path, entries);
+    bool entryFailed = false;
+    char entryPath[PATH_SIZE];
+    for (const std::string& entry : entries) {
+        snprintf(entryPath, sizeof entryPath, "%s/%s", path, entry.c_str());
+        if (remove(entryPath) != 0) entryFailed = true;
+    }
+    if (removeSelf && remove(path) != 0) return -1;
+    return entryFailed ? -1 : 0;
+}
+
+void getDirectoryList(const char* path, std::vector<std::string>& entries) {
+    entries.clear();
+    std::unique_ptr<DIR, DirCloser> dir(opendir(path));
+    if (!dir) {
+        char message[PATH_SIZE + 64];
+        snprintf(message, sizeof message, "Invalid Handle for file %s\n", path);
+        logError(__FILE__, __LINE__, STATUS_ERROR, "%s", message);
+        return;
+    }
+    while (struct dirent* entry = readdir(dir.get())) {
+        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+        entries.emplace_back(entry->d_name);
+    }
+}
+
+void createOutputFolder() {
+    memset(work::outputFolder, 0, sizeof work::outputFolder);
+    snprintf(work::outputFolder, sizeof work::outputFolder, "%s/Brimwell/%s", "/var/opt",
+             PROGRAM_NAME);
+    makeFolderOrExit(work::outputFolder);
+
+    char logs[PATH_SIZE] = {};
+    snprintf(logs, sizeof logs, "%s/logs", work::outputFolder);
+    makeFolderOrExit(logs);
+    removeDirectory(logs, false);
+
+    snprintf(work::settingsFileName, sizeof work::settingsFileName, "%s/.settings",
+             work::outputFolder);
+    if (pathExists(work::settingsFileName) && work::settings.loadDocument(work::settingsFileName) == 0) {
+        return;
+    }
+    if (work::settings.createDocument(JSON_OBJECT) != 0) {
+        fprintf(stderr, "%s: %s\n", PROGRAM_NAME, _("failed to create the settings file"));
+        exit(1);
+    }
+    work::settings.setValue<int>("version", JSON_INTEGER, 1);
+    work::settings.setValue<void*>("last_archive_file", JSON_NULL, nullptr);
+}

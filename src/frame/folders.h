@@ -1,0 +1,16 @@
+// The output folder and the small file-system helpers the other modules share.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// Prepares the output folder, its emptied logs folder and work::settings; exits 1 on failure.
+void createOutputFolder();
+/// Creates the folder and its missing parents with mode 0775; 0, or -1 (logged).
+int makeDirectory(const char* path);
+/// Removes the folder's entries (no recursion) and, if removeSelf, the folder; 0 or -1.
+int removeDirectory(const char* path, bool removeSelf);
+/// Replaces entries by the folder's entry names in system order, without "." and "..";
+/// logs "Invalid Handle for file <path>" when the folder cannot be opened.
+void getDirectoryList(const char* path, std::vector<std::string>& entries);

@@ -1,0 +1,160 @@
+// The error log and the main log.
+#include "frame/logging.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <unistd.h>
+
+#include "frame/i18n.h"
+#include "frame/work.h"
+
+const char* const EQUALS_RULE =
+    "================================================================================";
+const char* const DASH_RULE =
+    "--------------------------------------------------------------------------------";
+
+namespace {
+
+const char* statusWord(status_t status) {
+    switch (status) {
+    case STATUS_INFORMATION: return _("information");
+    case STATUS_WARNING: return _("warning");
+    case STATUS_ERROR: return _("ERROR");
+    case STATUS_FATAL: return _("FATAL");
+    case STATUS_DEBUG: return _("debug");
+    }
+    return _("unknown");
+}
+
+void buildLogPath(char* path, const char* format) {
+    snprintf(path, PATH_SIZE, format, work::outputFolder, PROGRAM_NAME);
+}
+
+}  // namespace
+
+char* getVariableMsg(const char* format, va_list args) {
+    char* message = nullptr;
+    if (vasprintf(&message, format, args) < 0) return nullptr;
+    return message;
+}
+
+void logError(const char* file, unsigned line, status_t status, const char* format, ...) {
+    if (work::errorsOs == nullptr) {
+        // Before the error log exists the raw text is all there is to show; the arguments
+        // may point at data that is not ready yet, so they are left out.
+        fprintf(stderr, "%s: %s\n", PROGRAM_NAME, format);
+        return;
+    }
+    char stamp[80] = {};
+    time_t now = time(nullptr);
+    struct tm local = {};
+    localtime_r(&now, &local);
+    strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+
+    const char* slash = strrchr(file, '/');
+    const char* source = slash != nullptr ? slash + 1 : file;
+
+    char word[32] = {};
+    snprintf(word, sizeof word, "%s", statusWord(status));
+
+    va_list args;
+    va_start(args, format);
+    char* message = getVariableMsg(format, args);
+    va_end(args);
+    if (message == nullptr) return;
+
+    fprintf(work::errorsOs, "%19s %-16.16s [%5.u] %-20.20s %s\n", stamp, source, line, word,
+            message);
+    fflush(work::errorsOs);
+    free(message);
+}
+
+void enableErrorLogging(bool resume, int argc, char** argv) {
+    char path[PATH_SIZE] = {};
+    buildLogPath(path, "%s/logs/%s_errors.log");
+    if (work::errorsOs != nullptr) return;
+
+    work::errorsOs = fopen(path, resume ? "a" : "w");
+    if (work::errorsOs == nullptr) {
+        fprintf(stderr, "%s: %s %s: %s\n", PROGRAM_NAME, _("unable to open file"), path,
+                strerror(errno));
+        exit(1);
+    }
+    if (resume) {
+        logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s", _("logging resumed"));
+        return;
+    }
+    logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s", _("logging enabled"));
+    if (work::options & OPT_DEBUG_ARCHIVE) {
+        logError(__FILE__, __LINE__, STATUS_INFORMATION,
+                 "--debug-archive option specified: debug mode is enabled for archive creation");
+        char cwd[PATH_SIZE] = {};
+        if (getcwd(cwd, sizeof cwd) == nullptr) cwd[0] = '\0';
+        logError(__FILE__, __LINE__, STATUS_DEBUG, "current working directory: %s", cwd);
+    }
+    if (work::options & OPT_DEBUG_RK) {
+        logError(__FILE__, __LINE__, STATUS_INFORMATION,
+                 "--debug-rk option specified: debug mode is enabled for Rollkeeper");
+    }
+    if (work::options & OPT_DEBUG_ORB) {
+        logError(__FILE__, __LINE__, STATUS_INFORMATION,
+                 "--debug-orb option specified: debug mode is enabled for orb");
+    }
+
+    char record[8192] = {};
+    size_t used = static_cast<size_t>(snprintf(record, sizeof record, "%s: ", _("command line")));
+    for (int i = 1; i < argc && used < sizeof record; ++i) {
+        int n = snprintf(record + used, sizeof record - used, "%s ", argv[i]);
+        if (n < 0) break;
+        used += static_cast<size_t>(n);
+    }
+    logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s", record);
+    work::archiveList.push_back(path);
+}
+
+void disableErrorLogging(bool suspend) {
+    if (work::errorsOs == nullptr) return;
+    logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s",
+             suspend ? _("logging suspended") : _("logging disabled"));
+    fflush(work::errorsOs);
+    fclose(work::errorsOs);
+    work::errorsOs = nullptr;
+}
+
+void enableLogging() {
+    char path[PATH_SIZE] = {};
+    buildLogPath(path, "%s/logs/%s.log");
+    work::logOs = fopen(path, "w");
+    if (work::logOs == nullptr) {
+        logError(__FILE__, __LINE__, STATUS_FATAL, "%s %s: %s", _("unable to open file"), path,
+                 strerror(errno));
+        exit(1);
+    }
+    work::archiveList.push_back(path);
+    fprintf(work::logOs, "%s\n", EQUALS_RULE);
+    fprintf(work::logOs, "%s (%s) %s %s\n", PROGRAM_TITLE, PROGRAM_NAME, PROGRAM_VERSION,
+            PROGRAM_BUILD_TIME);
+    fprintf(work::logOs, "%s\n",
+            _("This report describes this server and the Brimwell products installed on it."));
+    fprintf(work::logOs, "%s\n",
+            _("Send it to Brimwell Support together with the archive it is part of."));
+    fprintf(work::logOs, "%s\n", EQUALS_RULE);
+}
+
+void disableLogging() {
+    if (work::logOs == nullptr) return;
+    char stamp[1024] = {};
+    time_t now = time(nullptr);
+    struct tm local = {};
+    localtime_r(&now, &local);
+    strftime(stamp, sizeof stamp, "%A, %e %B %Y %I:%M:%S %p", &local);
+    fprintf(work::logOs, "%s\n", DASH_RULE);
+    fprintf(work::logOs, "%s %s\n", _("log generated on"), stamp);
+    fprintf(work::logOs, "%s\n", DASH_RULE);
+    fflush(work::logOs);
+    fclose(work::logOs);
+    work::logOs = nullptr;
+}

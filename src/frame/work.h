@@ -1,0 +1,57 @@
+// Process-wide state of gatr: plain globals in the namespace work, zero-initialised at load.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <list>
+#include <string>
+
+#include "json/jsonparser.h"
+
+// Option bits of work::options; no other bit is ever set.
+constexpr uint64_t OPT_SILENT = 0x1;
+constexpr uint64_t OPT_NO_ARCHIVE = 0x2;
+constexpr uint64_t OPT_EXCLUDE_VSS = 0x4;
+constexpr uint64_t OPT_UPLOAD_FTP = 0x10;
+constexpr uint64_t OPT_VERBOSE = 0x20;
+constexpr uint64_t OPT_NO_CHECK = 0x40;
+constexpr uint64_t OPT_FORCE_VSS = 0x2000;
+constexpr uint64_t OPT_ORB_THREADS = 0x10000;
+constexpr uint64_t OPT_HASH_SHA256 = 0x80000;
+constexpr uint64_t OPT_HASH_SHA1 = 0x100000;
+constexpr uint64_t OPT_HASH_MD5 = 0x200000;
+constexpr uint64_t OPT_DEBUG_ARCHIVE = 0x400000;
+constexpr uint64_t OPT_DEBUG_ORB = 0x800000;
+constexpr uint64_t OPT_DEBUG_RK = 0x1000000;
+constexpr uint64_t OPT_DRY_RUN = 0x20000000;
+
+// Bits of work::detected, OR-ed in by the product sections.
+constexpr uint64_t DETECTED_ORB = 0x10;
+constexpr uint64_t DETECTED_TALLYHUB = 0x20;
+constexpr uint64_t DETECTED_WATCHPOST = 0x100;
+
+constexpr const char* PROGRAM_NAME = "gatr";
+constexpr const char* PROGRAM_TITLE = "Support Data Gatherer";
+constexpr const char* PROGRAM_VERSION = "2.3.3";
+constexpr const char* PROGRAM_BUILD_TIME = "2024-07-04T11:25:28Z";
+
+constexpr size_t PATH_SIZE = 4096;
+
+namespace work {
+extern uint64_t options;
+extern uint64_t detected;
+extern char thousandsSeparator;
+extern char outputFolder[PATH_SIZE];
+extern char settingsFileName[PATH_SIZE];
+extern char nodename[256];
+extern FILE* logOs;
+extern FILE* errorsOs;
+extern std::list<std::string> archiveList;
+extern std::list<std::string> deleteFolderList;
+extern JsonDocument settings;
+extern const char* hashPathname;
+extern const char* ftpRegion;
+extern const char* ftpCaseNumber;
+extern const char* ftpArchiveFileName;
+extern bool hasOrbDebugOn;
+}  // namespace work
