@@ -1,100 +1,96 @@
-"""End-to-end harness: the staged gatr binary run as a user would, inside a sandbox.
+"""End-to-end harness: the built gatr, in its place as /opt/Brimwell/gatr, run as a user runs it
+on a server made deterministic inside the test sandbox.
 
-run.sh starts the whole pytest session inside `unshare --mount --net --fork` with loopback up;
-every test here refuses to run anywhere else (GATR_E2E_SANDBOX).
+run.sh starts pytest inside tests/sandbox.sh (the machine read-only; private mount, network,
+process and host-name namespaces); every test refuses to run anywhere else.
 
 Fixtures
-- `sandbox`: fresh tmpfs over /var/opt, /opt, /etc/opt and /root for the test, and helpers to
-  change the machine inside the namespace, all undone after the test:
-    sandbox.write(path, text, mode=0o644)      create a file (parents made) under the tmpfs trees
-    sandbox.bind_file(path, text, mode=0o644)  bind-mount a file with `text` over an existing path
-                                               (e.g. /etc/system-release, /usr/sbin/dmidecode)
-    sandbox.hide(path)                         make an existing file or folder look absent
-    sandbox.tool(name, script)                 put an executable script `name` first on PATH
-    sandbox.tmpfs(path)                        another fresh tmpfs (e.g. /var/lib/rpm)
-    sandbox.mount_overlay(path)                writable overlay over a system folder; returns the
-                                               upper folder
-- `gatr`: run the staged binary. gatr(*args, env=None, user=None, stdin=None, timeout=120)
-  returns a Run with .rc, .stdout, .stderr (text), .error_log (text or None), .error_lines
-  (parsed ErrorLine list), .main_log, .settings (parsed JSON or None) and .files() (the paths
-  under the output folder). user="nobody" runs it as uid/gid 65534 through setpriv.
-- Services: add a fake service as a fixture in its own module (tests/e2e/fakes/...) that starts a
-  server on 127.0.0.1 inside this namespace and stops it at teardown; nothing else is needed.
+- sandbox: fresh tmpfs over /var/opt, /opt, /etc/opt and /root for each test, and
+    write(path, data, mode)   a file in a writable tree (parents made)
+    place(path, data, mode)   a file anywhere, written into a writable overlay of its folder
+                              (bound over it under /proc); os.remove(path) then hides it
+    tool(name, script)        an executable first on PATH
+    tmpfs(path), overlay(path)
+- program: the staged program folder as /opt/Brimwell/gatr (an overlay: a test may change its
+  etc/ or add files); `program / "etc/gatr_config.json"`.
+- machine: the recorded server of data/machine: release file, firmware (dmidecode), CPUs, kernels
+  in /boot, disks, adapters, repositories, /etc/environment, /var/log/messages.
+- gatr: gatr(*args, env=None, user=None, stdin=None, hostname="BACKUP01", timeout=120) -> Run.
+- expect(text, name, **values): compares text whole with the expected file expected/<name>.
 """
+import base64
+import difflib
 import json
 import os
 import re
+import resource
 import shutil
 import subprocess
+import sys
 import tempfile
-from dataclasses import dataclass, field
+import time
 from pathlib import Path
-from typing import List, Optional
 
 import pytest
 
-STAGE = Path(os.environ.get("GATR_STAGE", "")).resolve() if os.environ.get("GATR_STAGE") else None
+pytest_plugins = ["fakes"]
+HERE = Path(__file__).parent
+DATA = HERE / "data"
+STAGE = Path(os.environ.get("GATR_STAGE", "/nonexistent"))
+PROGRAM = Path("/opt/Brimwell/gatr")
 OUTPUT = Path("/var/opt/Brimwell/gatr")
 LOGS = OUTPUT / "logs"
-ERROR_LOG = LOGS / "gatr_errors.log"
-MAIN_LOG = LOGS / "gatr.log"
 SETTINGS = OUTPUT / ".settings"
+# The connector key the build was made with, handed over by CTest as hexadecimal text.
+CONNECTOR_KEY = bytes.fromhex(os.environ.get("GATR_CONNECTOR_KEY_HEX", ""))
 
-ERROR_LINE = re.compile(
-    r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d) (.{16}) \[([ \d]{5})\] (.{20}) (.*)$")
+# Fixed resource limits, so that "ulimit -a" reads the same on every machine.
+LIMITS = {resource.RLIMIT_CORE: 0, resource.RLIMIT_STACK: 8192 * 1024,
+          resource.RLIMIT_MEMLOCK: 64 * 1024, resource.RLIMIT_NOFILE: 1024,
+          resource.RLIMIT_NPROC: 4096, resource.RLIMIT_RTPRIO: 0}
+RLIMIT_LOCKS = 10  # Linux's number; Python's resource module does not name it
+for _limit in (resource.RLIMIT_CPU, resource.RLIMIT_FSIZE, resource.RLIMIT_DATA,
+               resource.RLIMIT_RSS, resource.RLIMIT_AS, RLIMIT_LOCKS):
+    LIMITS[_limit] = resource.RLIM_INFINITY
 
-
-@dataclass
-class ErrorLine:
-    stamp: str
-    source: str
-    line: int
-    status: str
-    message: str
-
-
-def parse_error_log(text: str) -> List[ErrorLine]:
-    """Every non-empty line must have the error-log layout; an empty line may follow a message
-    that itself ended in a line feed."""
-    lines = []
-    for raw in text.split("\n"):
-        if raw == "":
-            continue
-        m = ERROR_LINE.match(raw)
-        assert m, f"error-log line out of format: {raw!r}"
-        lines.append(ErrorLine(m.group(1), m.group(2).rstrip(), int(m.group(3)),
-                               m.group(4).rstrip(), m.group(5)))
-    return lines
+# Placeholders of expected files that stand for what no test can fix in advance.
+PATTERNS = {"*": r"[^\n]*", "time": r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d", "line": r"[ \d]{5}",
+            "stamp": r"\d{8}T\d{4}Z"}
 
 
-@dataclass
-class Run:
-    rc: int
-    stdout: str
-    stderr: str
-    error_log: Optional[str] = None
-    main_log: Optional[str] = None
-    settings_text: Optional[str] = None
-    error_lines: List[ErrorLine] = field(default_factory=list)
+def expect(text, name, **values):
+    """Compares text whole with expected/<name>. In the file, {*} stands for any text within a
+    line, {time} for an error-log time stamp, {line} for its source line number, {stamp} for an
+    archive's time stamp, and {key} for values[key]."""
+    if not (HERE / "expected" / name).exists():
+        # Shown whole, so that a new case's output can be reviewed against the format it
+        # must follow before it becomes the expected file.
+        encoded = base64.b64encode((text or "").encode()).decode()
+        pytest.fail(f"expected/{name} is missing; the output was:\nMISSING {name} {encoded}")
+    template = (HERE / "expected" / name).read_bytes().decode()
+    parts = re.split(r"\{(\w+|\*)\}", template)
+    pattern = ""
+    for i, part in enumerate(parts):
+        if i % 2 == 0:
+            pattern += re.escape(part)
+        elif part in values:
+            pattern += re.escape(str(values[part]))
+        elif part in PATTERNS:
+            pattern += PATTERNS[part]
+        else:
+            pattern += re.escape("{" + part + "}")
+    if re.fullmatch(pattern, text) is None:
+        shown = "".join(str(values.get(p, "{" + p + "}")) if i % 2 else p
+                        for i, p in enumerate(parts))
+        diff = "".join(difflib.unified_diff(shown.splitlines(True), text.splitlines(True),
+                                            f"expected/{name}", "actual"))
+        pytest.fail(f"output differs from expected/{name}:\n{diff}", pytrace=False)
 
-    @property
-    def settings(self):
-        return json.loads(self.settings_text) if self.settings_text else None
 
-    def files(self):
-        if not OUTPUT.exists():
-            return []
-        return sorted(str(p) for p in OUTPUT.rglob("*"))
-
-    def messages(self):
-        return [l.message for l in self.error_lines]
-
-
-def _read(path: Path) -> Optional[str]:
-    try:
-        return path.read_bytes().decode("utf-8", "replace")
-    except OSError:
-        return None
+def section(main_log, title):
+    """One block of the main log: from its title to the rule of the next one."""
+    start = main_log.index(title + "\n\n")
+    return main_log[start:main_log.index("-" * 80 + "\n", start)]
 
 
 def _mount(*args):
@@ -104,107 +100,159 @@ def _mount(*args):
 class Sandbox:
     def __init__(self, scratch: Path):
         self.scratch = scratch
-        self.mounts: List[str] = []
-        self.bin = scratch / "bin"
-        self.bin.mkdir()
-        self.home = scratch / "home"
-        self.home.mkdir()
+        self.mounts = []
+        self.overlays = {}
 
-    def tmpfs(self, path: str):
+    def tmpfs(self, path, options="mode=0755"):
         Path(path).mkdir(parents=True, exist_ok=True)
-        _mount("-t", "tmpfs", "tmpfs", path)
-        self.mounts.append(path)
+        _mount("-t", "tmpfs", "-o", options, "tmpfs", str(path))
+        self.mounts.append(str(path))
 
-    def write(self, path: str, text, mode: int = 0o644) -> Path:
+    def overlay(self, path, lower=None):
+        """A writable overlay over the folder path (of lower, when given); returns path."""
+        base = Path(tempfile.mkdtemp(dir=self.scratch))
+        (base / "upper").mkdir()
+        (base / "work").mkdir()
+        if not Path(path).exists():
+            # A folder this machine lacks (/lib/modules in a container) is made in an overlay
+            # of its parent: the machine itself is read-only.
+            if str(Path(path).parent) not in self.overlays:
+                self.overlay(Path(path).parent)
+            Path(path).mkdir()
+        _mount("-t", "overlay", "overlay", "-o",
+               f"lowerdir={lower or path},upperdir={base}/upper,workdir={base}/work", str(path))
+        self.mounts.append(str(path))
+        self.overlays[str(path)] = base
+        return Path(path)
+
+    def write(self, path, data, mode=0o644):
         p = Path(path)
         p.parent.mkdir(parents=True, exist_ok=True)
-        if isinstance(text, bytes):
-            p.write_bytes(text)
-        else:
-            p.write_text(text)
+        p.write_bytes(data if isinstance(data, bytes) else data.encode())
         p.chmod(mode)
         return p
 
-    def bind_file(self, path: str, text, mode: int = 0o644):
-        source = self.scratch / ("bind" + str(len(self.mounts)))
-        self.write(str(source), text, mode)
-        if not Path(path).exists():
-            raise FileNotFoundError(f"bind_file needs an existing target: {path}")
-        _mount("--bind", str(source), path)
-        self.mounts.append(path)
-
-    def hide(self, path: str):
+    def place(self, path, data, mode=0o644):
         p = Path(path)
-        if p.is_dir():
-            empty = self.scratch / ("empty" + str(len(self.mounts)))
-            empty.mkdir()
-            _mount("--bind", str(empty), path)
-            self.mounts.append(path)
-        else:
-            # A file cannot be removed from a read-only lower system; cover its folder instead.
-            self.mount_overlay(str(p.parent))
-            os.remove(path)
+        if str(p).startswith("/proc/"):
+            source = self.write(tempfile.mktemp(dir=self.scratch), data, mode)
+            _mount("--bind", str(source), str(p))
+            self.mounts.append(str(p))
+            return p
+        if str(p.parent) not in self.overlays:
+            self.overlay(p.parent)
+        return self.write(p, data, mode)
 
-    def mount_overlay(self, path: str) -> Path:
-        base = self.scratch / ("overlay" + str(len(self.mounts)))
-        upper, workdir = base / "upper", base / "work"
-        upper.mkdir(parents=True)
-        workdir.mkdir()
-        _mount("-t", "overlay", "overlay", "-o",
-               f"lowerdir={path},upperdir={upper},workdir={workdir}", path)
-        self.mounts.append(path)
-        return upper
-
-    def tool(self, name: str, script: str):
-        self.write(str(self.bin / name), script, 0o755)
+    def tool(self, name, script):
+        """A stand-in for a system tool, in /usr/local/bin: first on root's search path."""
+        return self.place(f"/usr/local/bin/{name}", script, 0o755)
 
     def teardown(self):
         for path in reversed(self.mounts):
             subprocess.run(["umount", "-l", path], check=False)
-        self.mounts.clear()
 
 
 @pytest.fixture
 def sandbox():
     if os.environ.get("GATR_E2E_SANDBOX") != "1":
-        pytest.fail("end-to-end tests run only inside tests/e2e/run.sh's namespace")
-    scratch = Path(tempfile.mkdtemp(prefix="gatr-e2e-"))
-    os.chmod(scratch, 0o755)
-    box = Sandbox(scratch)
+        pytest.fail("end-to-end tests run only inside tests/e2e/run.sh's sandbox")
+    box = Sandbox(Path(tempfile.mkdtemp(prefix="gatr-e2e-")))
     try:
-        # /root too: the diagnostics run's rpm query keeps its database under $HOME.
         for path in ("/var/opt", "/opt", "/etc/opt", "/root"):
             box.tmpfs(path)
         yield box
     finally:
         box.teardown()
-        shutil.rmtree(scratch, ignore_errors=True)
+        shutil.rmtree(box.scratch, ignore_errors=True)
 
 
 @pytest.fixture
-def gatr(sandbox):
-    assert STAGE is not None and (STAGE / "gatr").exists(), "GATR_STAGE must name the staged folder"
+def program(sandbox):
+    return sandbox.overlay(PROGRAM, lower=STAGE)
 
-    def run(*args, env=None, user=None, stdin=None, timeout=120, program=None, cwd=None):
-        environment = {
-            "PATH": f"{sandbox.bin}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
-            "HOME": "/root",
-            "LC_ALL": "C",
-            "TZ": "UTC",
-        }
-        if env:
-            environment.update(env)
-        command = [str(program or STAGE / "gatr"), *args]
+
+@pytest.fixture
+def machine(sandbox):
+    """The recorded server: a two-socket physical machine running CentOS 7."""
+    m = DATA / "machine"
+    sandbox.place("/etc/system-release", (m / "system-release").read_text())
+    sandbox.place("/etc/environment", (m / "environment").read_text())
+    sandbox.place("/var/log/messages", (m / "messages").read_text())
+    sandbox.place("/proc/cpuinfo", (m / "cpuinfo").read_text())
+    sandbox.tmpfs("/boot")
+    for name in (m / "boot.txt").read_text().split():
+        sandbox.write(f"/boot/{name}", "")
+    if Path("/proc/scsi").exists():
+        sandbox.tmpfs("/proc/scsi")  # a machine without SCSI devices, whatever this one has
+    for name in ("lsblk", "losetup", "df", "yum"):
+        sandbox.tool(name, f"#!/bin/sh\nexec cat {m}/{name}.txt\n")
+    sandbox.tool("lspci", '#!/bin/sh\ncase "$1" in -v) exec cat "%s/lspci-v-$3.txt" ;; '
+                          '*) exec cat %s/lspci.txt ;; esac\n' % (m, m))
+    set_firmware(sandbox, "physical")
+    return m
+
+
+def set_firmware(sandbox, kind):
+    """dmidecode as the machine of that kind prints it ("vmware", "physical", "hyperv")."""
+    sandbox.place("/usr/sbin/dmidecode", f"#!/bin/sh\nexec cat {DATA}/machine/dmidecode-{kind}.txt\n",
+                  0o755)
+
+
+class Run:
+    def __init__(self, completed, started, ended):
+        self.rc = completed.returncode
+        self.stdout = completed.stdout.decode("utf-8", "replace")
+        self.stderr = completed.stderr.decode("utf-8", "replace")
+        self.started, self.ended = started, ended
+        self.main_log = _read(LOGS / "gatr.log")
+        self.error_log = _read(LOGS / "gatr_errors.log")
+        text = _read(SETTINGS)
+        self.settings = json.loads(text) if text else None
+
+    @property
+    def archive(self):
+        path = self.settings.get("last_archive_file") if self.settings else None
+        return Path(path) if path else None
+
+    def members(self, archive=None):
+        listing = subprocess.run(["tar", "-tzPf", str(archive or self.archive)],
+                                 capture_output=True, text=True, check=True)
+        return listing.stdout.splitlines()
+
+    def member(self, name, archive=None):
+        return subprocess.run(["tar", "-xzPOf", str(archive or self.archive), name],
+                              capture_output=True, check=True).stdout.decode("utf-8", "replace")
+
+
+def _read(path):
+    try:
+        return Path(path).read_bytes().decode("utf-8", "replace")
+    except OSError:
+        return None
+
+
+def _fixed_limits():
+    for limit, value in LIMITS.items():
+        resource.setrlimit(limit, (value, value))
+
+
+@pytest.fixture
+def gatr(sandbox, program):
+    def run(*args, env=None, user=None, stdin=None, hostname="BACKUP01", timeout=120,
+            command=None, cwd=None):
+        environment = {"PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+                       "HOME": "/root", "LC_ALL": "C", "TZ": "UTC"}
+        environment.update(env or {})
+        environment = {k: v for k, v in environment.items() if v is not None}
+        line = [*(command or [str(PROGRAM / "gatr")]), *args]
         if user == "nobody":
-            command = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", *command]
-        completed = subprocess.run(command, env=environment, input=stdin, capture_output=True,
-                                   timeout=timeout, cwd=cwd or str(sandbox.scratch))
-        out = Run(completed.returncode,
-                  completed.stdout.decode("utf-8", "replace"),
-                  completed.stderr.decode("utf-8", "replace"),
-                  _read(ERROR_LOG), _read(MAIN_LOG), _read(SETTINGS))
-        if out.error_log is not None:
-            out.error_lines = parse_error_log(out.error_log)
-        return out
+            line = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", *line]
+        line = ["unshare", "--uts", sys.executable, "-c", "import os, socket, sys; socket.sethostn"
+                "ame(sys.argv[1]); os.execvp(sys.argv[2], sys.argv[2:])", hostname, *line]
+        started = time.time()
+        completed = subprocess.run(line, env=environment, input=stdin, capture_output=True,
+                                   timeout=timeout, cwd=cwd or str(sandbox.scratch),
+                                   preexec_fn=_fixed_limits)
+        return Run(completed, started, time.time())
 
     return run

@@ -1,98 +1,117 @@
-"""The command line as a user meets it: usage, versions, clusters and every error."""
+"""The command line and start-up as a user meets them: usage, versions, every error, the root
+check, the error log's first lines, and the output folder and settings file at start."""
 import pytest
 
-USAGE = (
-    "Support Data Gatherer\n"
-    "\n"
-    "Usage: gatr [-i <file or folder>] [-A|--no-archive] [-C|--no-check] [-s|--silent]\n"
-    "           [--orb-threads]\n"
-    "\n"
-    "       gatr --hash sha256 <file or folder>\n"
-    "       gatr --hash sha1 <file or folder>\n"
-    "       gatr --hash md5 <file or folder>\n"
-    "\n"
-    "       gatr -h|--help\n"
-    "\n"
-    "       gatr -u|--upload-ftp <support region> <case number> <archive file>\n"
-    "           [-v|--verbose]\n"
-    "\n"
-    "       gatr [-V|--version]|[-X|--extended-version]\n"
-    "\n"
-)
+from conftest import LOGS, OUTPUT, PROGRAM, SETTINGS, expect
+
+ERRORS = [  # arguments, standard error
+    (["-x"], "invalid option argument specified: -x"),
+    (["-sV"], "invalid option argument specified: -V"),
+    (["-hs"], "invalid option argument specified: -h"),
+    (["-svAx"], "invalid option argument specified: -x"),
+    (["--nothing"], "invalid option argument specified: --nothing"),
+    (["-i"], "option -i missing required argument"),
+    (["-A", "-i"], "option -i missing required argument"),
+    (["-u", "eu", "01234567"], "option --upload-ftp missing the arguments support region, case "
+                               "number and archive file to upload"),
+    (["--hash", "sha256"], "option --hash missing the arguments message digest algorithm and "
+                           "file or folder to hash"),
+    (["--hash", "SHA256", "f"], "invalid message digest algorithm specified: SHA256"),
+    (["--", "-s"], "invalid non-option argument specified: -s"),
+    (["file"], "invalid non-option argument specified: file"),
+    (["-"], "invalid non-option argument specified: -"),
+    (["-x", "--help"], "invalid option argument specified: -x"),
+]
 
 
-@pytest.mark.parametrize("args", [["-h"], ["--help"], ["-C", "--help"], ["-s", "-h"]])
-def test_usage_text_byte_for_byte(gatr, args):
-    run = gatr(*args)
-    assert (run.rc, run.stdout, run.stderr) == (0, USAGE, "")
-
-
-@pytest.mark.parametrize("args", [["-V"], ["--version"], ["-s", "-V"]])
-def test_version_prints_only_the_number(gatr, args):
-    run = gatr(*args)
-    assert (run.rc, run.stdout, run.stderr) == (0, "2.3.3\n", "")
-
-
-def test_extended_version_names_the_build_compiler(gatr):
-    run = gatr("-X")
-    assert run.rc == 0
-    first, second, rest = run.stdout.split("\n", 2)
-    assert first == "gatr 2.3.3 2024-07-04T11:25:28Z"
-    assert second.startswith("Built with GCC ") and len(second) > len("Built with GCC ")
-    assert rest == ""
-
-
-@pytest.mark.parametrize("args, message", [
-    (["-x"], "gatr: invalid option argument specified: -x\n"),
-    (["-sV"], "gatr: invalid option argument specified: -V\n"),
-    (["-hs"], "gatr: invalid option argument specified: -h\n"),
-    (["-svAx"], "gatr: invalid option argument specified: -x\n"),
-    (["--nothing"], "gatr: invalid option argument specified: --nothing\n"),
-    (["-i"], "gatr: option -i missing required argument\n"),
-    (["-A", "-i"], "gatr: option -i missing required argument\n"),
-    (["-u", "eu", "01234567"],
-     "gatr: option --upload-ftp missing the arguments support region, case number and archive file to upload\n"),
-    (["--hash", "sha256"],
-     "gatr: option --hash missing the arguments message digest algorithm and file or folder to hash\n"),
-    (["--hash", "SHA256", "f"], "gatr: invalid message digest algorithm specified: SHA256\n"),
-    (["--", "-s"], "gatr: invalid non-option argument specified: -s\n"),
-    (["file"], "gatr: invalid non-option argument specified: file\n"),
-    (["-"], "gatr: invalid non-option argument specified: -\n"),
-    (["-x", "--help"], "gatr: invalid option argument specified: -x\n"),
-])
+@pytest.mark.parametrize("args, message", ERRORS, ids=[" ".join(a) for a, _ in ERRORS])
 def test_command_line_errors_exit_1_before_anything_happens(gatr, args, message):
     run = gatr(*args)
-    assert (run.rc, run.stdout, run.stderr) == (1, "", message)
-    assert run.error_log is None, "nothing may be written after a command-line error"
+    assert (run.rc, run.stdout, run.stderr, run.error_log) == (1, "", f"gatr: {message}\n", None)
 
 
-def test_errors_are_found_before_the_root_check(gatr):
-    run = gatr("-x", user="nobody")
-    assert (run.rc, run.stderr) == (1, "gatr: invalid option argument specified: -x\n")
+@pytest.mark.parametrize("args, user", [(["-h"], None), (["--help"], None), (["-C", "--help"], None),
+                                        (["-s", "-h"], "nobody")])
+def test_usage_text(gatr, args, user):
+    run = gatr(*args, user=user)
+    assert (run.rc, run.stderr) == (0, "")
+    expect(run.stdout, "command_line/usage")
 
 
-@pytest.mark.parametrize("args", [["-h"], ["-V"], ["-X"]])
-def test_help_and_versions_need_no_root(gatr, args):
-    run = gatr(*args, user="nobody")
-    assert run.rc == 0 and run.stderr == ""
+def test_versions_need_no_root(gatr):
+    assert (gatr("-s", "-V", user="nobody").stdout, gatr("--version").stdout) == ("2.3.3\n",) * 2
+    extended = gatr("-X", user="nobody")
+    assert extended.rc == 0
+    first, second, rest = extended.stdout.split("\n", 2)
+    assert (first, rest) == ("gatr 2.3.3 2024-07-04T11:25:28Z", "")
+    assert second.startswith("Built with GCC ") and len(second) > len("Built with GCC ")
 
 
-@pytest.mark.parametrize("args", [[], ["-A"], ["--hash", "md5", "/etc/hostname"]])
+@pytest.mark.parametrize("args", [[], ["-A"], ["--hash", "md5", "/etc/hostname"], ["-x"]])
 def test_a_normal_user_is_refused_after_parsing(gatr, args):
     run = gatr(*args, user="nobody")
-    assert (run.rc, run.stdout) == (1, "")
-    assert run.stderr == "gatr: you need to be root or invoke with sudo to run this application\n"
-    assert run.error_log is None
+    refusal = "you need to be root or invoke with sudo to run this application"
+    assert (run.rc, run.stdout, run.error_log) == (1, "", None)
+    assert run.stderr == "gatr: %s\n" % (refusal if args != ["-x"] else ERRORS[0][1])
 
 
 @pytest.mark.parametrize("args, record", [
-    (["-svA"], "command line: -svA "),
-    (["-C", "--", "--"], "command line: -C -- -- "),
-    (["--hash", "sha256", "/etc/hostname"], "command line: --hash sha256 /etc/hostname "),
-    (["-i/tmp/a.txt", "-i", "/tmp/b.txt", "--dry-run", "--debug-archive"],
-     "command line: -i/tmp/a.txt -i /tmp/b.txt --dry-run --debug-archive "),
+    (["-svA"], "-svA "),
+    (["-C", "--", "--"], "-C -- -- "),
+    (["--hash", "sha256", "/etc/../etc/hostname"], "--hash sha256 /etc/../etc/hostname "),
+    (["-sA", "-i/tmp/a", "-i", "/tmp/b", "--dry-run", "--debug-archive"],
+     "-sA -i/tmp/a -i /tmp/b --dry-run --debug-archive "),
 ])
-def test_accepted_command_lines_are_recorded_with_a_trailing_space(gatr, args, record):
+def test_error_log_begins_with_the_command_line_and_a_trailing_space(gatr, args, record):
     run = gatr(*args)
-    assert run.rc == 0, run.stderr
-    assert record in run.messages()
+    debug = "--debug-archive" in args
+    assert run.rc == 0 and run.error_log.endswith(" logging disabled\n")
+    expect("".join(run.error_log.splitlines(True)[:2 + 2 * debug]),
+           "command_line/errors-debug" if debug else "command_line/errors", record=record)
+
+
+def test_started_through_the_search_path_the_program_keeps_the_working_directory(gatr):
+    run = gatr("--debug-archive", "-s", "-A", command=["gatr"], cwd="/tmp",
+               env={"PATH": f"{PROGRAM}:/usr/sbin:/usr/bin:/sbin:/bin"})
+    assert "current working directory: /tmp\n" in run.error_log
+
+
+STARTUP_FAILURES = [  # what stands in the way, standard error
+    ("/var/opt/Brimwell", "gatr: mkdir on %s failed: %s\n\n"
+                          "gatr: failed to create folder /var/opt/Brimwell/gatr: Not a directory\n"),
+    (OUTPUT / "logs", "gatr: %s\n"  # the folder cannot be emptied, and the error log is not open yet
+                      f"gatr: unable to open file {LOGS}/gatr_errors.log: Not a directory\n"),
+    (LOGS / "gatr_errors.log/x", f"gatr: unable to open file {LOGS}/gatr_errors.log: Is a directory\n"),
+]
+
+
+@pytest.mark.parametrize("blocker, stderr", STARTUP_FAILURES)
+def test_output_folder_and_error_log_that_cannot_be_made(gatr, sandbox, blocker, stderr):
+    sandbox.write(blocker, "in the way\n")
+    run = gatr("-s", "-A")
+    assert (run.rc, run.stdout, run.stderr) == (1, "", stderr)
+
+
+def test_old_logs_are_emptied_but_full_subfolders_and_a_readable_settings_file_survive(gatr, sandbox,
+                                                                                    machine):
+    for path in ("stale.log", "keep/inner.txt"):
+        sandbox.write(LOGS / path, "old\n")
+    (LOGS / "empty").mkdir()
+    sandbox.write(SETTINGS, '{"version": 1, "last_archive_file": "/var/opt/old.tar.gz", "custom": [1]}')
+    run = gatr("-s", "-A")
+    assert sorted(p.name for p in LOGS.iterdir()) == ["gatr.log", "gatr_errors.log", "gatr_netstat.log",
+                                                     "gatr_packages.log", "keep"]
+    assert (run.settings["last_archive_file"], run.settings["custom"]) == ("/var/opt/old.tar.gz", [1])
+    assert sorted(p.name for p in OUTPUT.iterdir()) == [".settings", "logs"]
+
+
+@pytest.mark.parametrize("broken, stderr", [
+    ('{"version": 1', ""),  # refused for its shape, without a word
+    ('{"version" 1}', "gatr: %s: %s\n"),  # the parser speaks before the error log exists
+    ("", ""),
+])
+def test_corrupted_settings_file_is_replaced(gatr, sandbox, machine, broken, stderr):
+    sandbox.write(SETTINGS, broken)
+    run = gatr("-s", "-A")
+    assert run.rc == 0 and run.stderr == stderr
+    assert SETTINGS.read_text().startswith('{\n    "version": 1,\n    "last_archive_file": null,\n')

@@ -1,344 +1,206 @@
-"""The management agent (Watchpost) and companion service (Tallyhub) sections of a diagnostics
-run, against real peers: packages built with rpmbuild and installed into a private rpm database,
-real processes, real manifests, and the archive read back with tar."""
-import datetime
+"""The product sections of a diagnostics run, compared whole with expected files: the backup
+product against a fake of its local REST service (HTTPS, token checked), the management agent
+and the companion service installed with the real rpm, and the manifests that decide what each
+product's run gathers."""
+import json
 import os
-import shutil
+import re
 import subprocess
-import tarfile
-import tempfile
+import time
+from datetime import datetime
 from pathlib import Path
 
 import pytest
 
-from conftest import LOGS
+from conftest import DATA, LOGS, OUTPUT, expect
 
-RULE = "-" * 80
-WATCHPOST_HOME = "/opt/Brimwell/watchpost-agent"
-WATCHPOST_EXE = WATCHPOST_HOME + "/bin/watchpost-agent"
-TALLYHUB_EXE = "/opt/Brimwell/tallyhub-service/bin/tallyhub-proxy"
-TALLYHUB_HOME = "/var/opt/Brimwell/tallyhub-service"
-
-WATCHPOST_MANIFEST = """{
-    "Linux": {
-        "archive": {
-            "files": [
-                "%INSTALL%/logs/*.log",
-                "/var/log/watchpost/agent*",
-                "%INSTALL%/etc/agent.conf"
-            ],
-            "commands": [
-                {"command": "%INSTALL%/bin/watchpost-agent --version",
-                 "file": "./logs/gatr_cmd-version.log", "mode": "w"},
-                {"command": "cat %INSTALL%/etc/agent.conf",
-                 "file": "./logs/gatr_cmd-config.log", "mode": "w"}
-            ]
-        }
-    }
-}
-"""
-
-TALLYHUB_MANIFEST = """{
-    "Linux": {
-        "archive": {
-            "files": ["%INSTALL%/logs/proxy*"],
-            "commands": [
-                {"command": "ls %INSTALL%/logs", "file": "./logs/gatr_thb-listing.log",
-                 "mode": "w"}
-            ]
-        }
-    }
-}
-"""
-
-SPEC = """Name: {name}
-Version: {version}
-Release: 1
-Summary: Brimwell {name} (test build)
-License: Proprietary
-AutoReqProv: no
-%define debug_package %{{nil}}
-%define __os_install_post %{{nil}}
-%define _build_id_links none
-%description
-Test build of {name}.
-%install
-mkdir -p %{{buildroot}}{bindir} %{{buildroot}}{manifestdir}
-cp %{{_sourcedir}}/program %{{buildroot}}{executable}
-cp %{{_sourcedir}}/manifest.json %{{buildroot}}{manifestdir}/gatr_manifest.json
-%files
-{executable}
-{manifestdir}/gatr_manifest.json
-"""
+ORB, ORB_CONFIG = "/opt/Brimwell/orb", "/etc/opt/Brimwell/orb/orb_config.json"
+TOKEN = "5f0c8a1e-2b7d-4c39-orb-admin"
+AGENT, AGENT_EXE = "/opt/Brimwell/watchpost-agent", "/opt/Brimwell/watchpost-agent/bin/watchpost-agent"
+HUB_EXE, HUB_DATA = "/opt/Brimwell/tallyhub-service/bin/tallyhub-proxy", "/var/opt/Brimwell/tallyhub-service"
+STAMP = 1720092328  # the modification time of every product file, so that its date line is fixed
+# A service program: a shell keeps its own name in the process listing while it sleeps; asked
+# for its version, as the fallback manifests do, it answers.
+PROGRAM = '#!/bin/sh\n[ "$1" = --version ] && echo "version 4.1.2" && exit 0\nsleep 600\n'
+FAILURES = {"500": ('{"detail": "internal error"}', 500, 0), "not-json": ("<html>maintenance</html>", 200, 0),
+            "too-large": (json.dumps([{"uuid": "x" * 64, "pad": "y" * 1000}] * 20), 200, 0),
+            "close": (None, 200, 0), "slow": (None, 200, 3)}
 
 
-def _build_rpm(top: Path, name: str, version: str, executable: str, manifestdir: str,
-               manifest: str) -> Path:
-    sources = top / "SOURCES"
-    sources.mkdir(parents=True, exist_ok=True)
-    # The product's program is a copy of sleep: it runs for as long as a test wants it to.
-    shutil.copy(shutil.which("sleep"), sources / "program")
-    (sources / "manifest.json").write_text(manifest)
-    spec = top / f"{name}.spec"
-    spec.write_text(SPEC.format(name=name, version=version, executable=executable,
-                                bindir=os.path.dirname(executable), manifestdir=manifestdir))
-    subprocess.run(["rpmbuild", "-bb", "--define", f"_topdir {top}", str(spec)], check=True,
-                   capture_output=True)
-    built = list((top / "RPMS").rglob(f"{name}-{version}-1.*.rpm"))
-    assert len(built) == 1, built
-    # Installing must touch only the sandbox's own tmpfs trees, never the machine's /usr.
-    listed = subprocess.run(["rpm", "-qlp", str(built[0])], capture_output=True, text=True,
-                            check=True).stdout.split()
-    assert sorted(listed) == sorted([executable, manifestdir + "/gatr_manifest.json"]), listed
-    return built[0]
+def products(main_log):
+    """The three product sections, from the first one's rule to the footer's."""
+    start = main_log.index("-" * 80 + "\nBRIMWELL IRONKEEP ORB\n")
+    return main_log[start:main_log.rindex("-" * 80 + "\nlog generated on")]
 
 
-@pytest.fixture(scope="module")
-def packages():
-    top = Path(tempfile.mkdtemp(prefix="gatr-rpm-"))
-    try:
-        yield {
-            "watchpost-agent": _build_rpm(top, "watchpost-agent", "4.1.2", WATCHPOST_EXE,
-                                          WATCHPOST_HOME, WATCHPOST_MANIFEST),
-            "tallyhub-service": _build_rpm(top, "tallyhub-service", "2.0.7", TALLYHUB_EXE,
-                                           TALLYHUB_HOME, TALLYHUB_MANIFEST),
-        }
-    finally:
-        shutil.rmtree(top, ignore_errors=True)
+def place(sandbox, path, text, mode=0o644):
+    sandbox.write(path, text, mode)
+    os.utime(path, (STAMP, STAMP))
 
 
 @pytest.fixture
-def rpmdb(sandbox, packages):
-    """A private, empty rpm database at the path RPM-based systems use; returns an installer."""
-    sandbox.mount_overlay("/etc")
-    sandbox.write("/etc/rpm/macros", "%_dbpath /var/lib/rpm\n")
-    sandbox.tmpfs("/var/lib/rpm")
-    subprocess.run(["rpm", "--initdb"], check=True)
-
-    def install(name):
-        done = subprocess.run(["rpm", "-i", "--nodeps", str(packages[name])],
-                              capture_output=True, text=True)
-        assert done.returncode == 0, done.stderr
-        return subprocess.run(["rpm", "-q", name], capture_output=True, text=True).stdout
-
-    return install
-
-
-@pytest.fixture
-def processes():
-    """Starts programs that stand for running services; all are killed after the test."""
+def services(sandbox):
     started = []
-
-    def start(path):
-        process = subprocess.Popen([path, "600"])
-        started.append(process)
-        return process.pid
-
-    yield start
+    yield lambda path: started.append(subprocess.Popen([path])) or started[-1].pid
     for process in started:
         process.kill()
         process.wait()
 
 
 @pytest.fixture
-def var_log(sandbox):
-    """/var/log as a fresh empty folder, so product log files can be placed there."""
-    sandbox.tmpfs("/var/log")
+def orb(sandbox, http_service, services):
+    """Installs the backup product (its service running, its kernel module loaded, its package
+    known to rpm and yum) against a REST service answering from data/orb/<fixture>."""
+    rest = http_service(tls=True, port=13581)
+    rest.public = {"/orb/version/"}
+
+    def install(fixture="rich", config=None, token=TOKEN, version=None, fail=()):
+        rest.token = "Token " + token
+        answers = {p.stem: p.read_text() for p in (DATA / "orb" / fixture).glob("*.json")}
+        answers["version"] = version or answers["version"]
+        api = json.loads(answers["version"]).get("api_version", "")[:15]
+        for name, text in answers.items():
+            path = f"/orb/{name}/" if name in ("version", "threads") else f"/orb/{api}/{name}/"
+            body, status, delay = FAILURES[fail[1]] if fail and fail[0] == name else (text, 200, 0)
+            rest.answer(path, text if body is None and delay else body, status, delay)
+        place(sandbox, f"{ORB}/bin/orb_service", PROGRAM, 0o755)
+        place(sandbox, f"{ORB}/kmod/brwvsm.ko", b"\x7fELF" + bytes(60000))
+        if config is not None:
+            sandbox.write(ORB_CONFIG, config if isinstance(config, str) else json.dumps(config))
+        sandbox.tool("rpm", '#!/bin/sh\n[ "$*" = "-q orb" ] && echo orb-2.1.0-7.el8.x86_64 && exit 0\n'
+                            'exec /usr/bin/rpm "$@"\n')
+        sandbox.tool("yum", f"#!/bin/sh\n[ \"$1\" = deplist ] && cat {DATA}/orb/deplist.txt\n")
+        sandbox.tool("modinfo", f'#!/bin/sh\n[ "$1" = brwvsm ] && cat {DATA}/orb/modinfo.txt && exit 0\n'
+                                'exec /usr/sbin/modinfo "$@"\n')
+        sandbox.tool("lsmod", "#!/bin/sh\n/usr/sbin/lsmod\necho 'brwvsm  45056  2'\n")
+        return services(f"{ORB}/bin/orb_service")
+
+    install.rest = rest
+    return install
 
 
-def first_group(size: int) -> str:
-    # In the C locale the separator is the NUL character, which ends the grouped text.
-    digits = str(size)
-    return digits[:len(digits) % 3 or 3]
+CONFIG = {"rest_port": 13581, "admin_token": TOKEN, "log_level": 3}
+ORB_CASES = {  # name: how the product is installed
+    "rich": {}, "sparse": {"fixture": "sparse", "config": {"admin_token": TOKEN}},  # the default port
+    **{f"{e}-{m}": {"fail": (e, m)} for e, m in [
+        ("version", "500"), ("version", "close"), ("notify", "not-json"), ("notify", "close"),
+        ("smtp", "500"), ("smtp", "too-large"), ("smtp", "not-json"), ("system", "not-json"),
+        ("volume", "too-large"), ("destination", "500"), ("backup", "close"), ("backup", "slow")]},
+    "no-configuration": {"config": None}, "broken-configuration": {"config": "{ not json"},
+    "empty-token": {"config": dict(CONFIG, admin_token="")},
+    "wrong-token": {"config": dict(CONFIG, admin_token="wrong-token")},
+    "wrong-port": {"config": dict(CONFIG, rest_port=13582)},
+    # A token of 80 characters is used cut to 63, an API version of 19 cut to 15.
+    "long-token-and-version": {"config": {"admin_token": "t" * 63 + "IGNORED-TAIL-17", "rest_port": 0},
+                               "token": "t" * 63, "version": '{"api_version": "v2.1-preview-build7"}'},
+}
 
 
-def module_lines(name: str, path: str) -> str:
-    info = os.stat(path)
-    date = datetime.datetime.fromtimestamp(int(info.st_mtime), datetime.timezone.utc)
-    return (f"Daemon module: {name}\n"
-            f"  {'filename:':<18}  {path}\n"
-            f"  {'date:':<18}  {date:%Y-%m-%dT%H:%M:%SZ}\n"
-            f"  {'size:':<18}  {first_group(info.st_size)} bytes\n\n")
-
-
-def installed_block(banner: str, package: str, daemon: str, exe: str, pid=None) -> str:
-    state = f"running, process ID {pid}" if pid else "not running"
-    return (f"{RULE}\n{banner}\n\n"
-            f"{'Installed:':<20}  yes\n\n"
-            f"\n"
-            f"{'Package:':<20}  {package}"
-            f"{'Daemon:':<20}  {daemon} {state}\n\n"
-            + module_lines(daemon, exe))
-
-
-def not_installed_block(banner: str) -> str:
-    return f"{RULE}\n{banner}\n\n{'Installed:':<20}  no\n\n"
-
-
-def section(main_log: str, banner: str) -> str:
-    """The block of one section: from its rule to the next rule or the log's footer rule."""
-    start = main_log.index(f"{RULE}\n{banner}\n\n")
-    end = main_log.find(f"{RULE}\n", start + len(RULE) + 1)
-    return main_log[start:end]
-
-
-def archive_members(run):
-    path = run.settings["last_archive_file"]
-    with tarfile.open(path) as archive:
-        return {m.name: archive.extractfile(m).read().decode() if m.isfile() else None
-                for m in archive.getmembers()}
-
-
-def test_neither_product_installed_gives_two_installed_no_blocks(gatr):
+@pytest.mark.parametrize("name", ORB_CASES)
+def test_backup_product_section(gatr, machine, orb, name):
+    case = dict({"config": CONFIG}, **ORB_CASES[name])
+    pid = orb(**case)
     run = gatr("-s")
-    assert run.rc == 0, run.stderr
-    blocks = not_installed_block("BRIMWELL TALLYHUB SERVICE") + \
-        not_installed_block("BRIMWELL WATCHPOST")
-    assert blocks in run.main_log
-    products = run.settings["products"]
-    assert products["thb"] == {"installed": False, "package": None}
-    assert products["cmd"] == {"installed": False, "package": None}
-    messages = run.messages()
-    for banner in ("BRIMWELL TALLYHUB SERVICE", "BRIMWELL WATCHPOST"):
-        assert f"{banner} section commenced" in messages
-        assert f"{banner} section completed" in messages
-    assert not any("application manifest" in m for m in messages)
+    assert run.rc == 0
+    expect(products(run.main_log), f"products/orb-{name}", pid=pid)
+    expect("".join(f"{r.path} {r.headers.get('Authorization')}\n" for r in orb.rest.requests),
+           f"products/orb-{name}.requests")
+    assert run.member(f"{LOGS}/gatr_orb-deplist.log") == "ORB Dependency List\n\n" + \
+        (DATA / "orb/deplist.txt").read_text()
+    assert not [p for p in OUTPUT.rglob("*") if p.is_file() and TOKEN.encode() in p.read_bytes()]
 
 
-def test_both_products_installed_and_running(gatr, sandbox, rpmdb, processes, var_log):
-    watchpost_package = rpmdb("watchpost-agent")
-    tallyhub_package = rpmdb("tallyhub-service")
-    assert watchpost_package.startswith("watchpost-agent-4.1.2-1.")
-    sandbox.write(WATCHPOST_HOME + "/logs/agent.log", "agent started\n")
-    sandbox.write(WATCHPOST_HOME + "/logs/upgrade.log", "upgraded to 4.1.2\n")
-    sandbox.write(WATCHPOST_HOME + "/logs/agent.log.gz", "not matched\n")
-    sandbox.write(WATCHPOST_HOME + "/etc/agent.conf", "server=console.example\n")
-    sandbox.write("/var/log/watchpost/agent-install.log", "installed\n")
-    sandbox.write(TALLYHUB_HOME + "/logs/proxy.log", "proxy up\n")
-    sandbox.write(TALLYHUB_HOME + "/logs/service.log", "not matched\n")
-    watchpost_pid = processes(WATCHPOST_EXE)
-    tallyhub_pid = processes(TALLYHUB_EXE)
+@pytest.mark.parametrize("threads", ["rich", "failing"])
+def test_thread_dump_takes_three_answers_five_seconds_apart(gatr, machine, orb, threads):
+    orb(config=CONFIG, fail=("threads", "not-json") if threads == "failing" else ())
+    run = gatr("-s", "--orb-threads")
+    dump = run.member(f"{LOGS}/gatr_orb-threadsdump.log")
+    expect(dump, f"products/orb-threads-{threads}")
+    times = [datetime.strptime(t, "%Y-%m-%d %H:%M:%S") for t in re.findall(r"\[(.{19})\]", dump)]
+    assert len(times) == 3 and all((b - a).total_seconds() >= 5 for a, b in zip(times, times[1:]))
+    assert "--orb-threads option specified: ORB threads dump will be generated" in run.error_log
 
+
+@pytest.fixture(scope="module")
+def packages(tmp_path_factory):
+    """The agent and the service as RPMs built with rpmbuild, holding their programs."""
+    top = tmp_path_factory.mktemp("rpm")
+    (top / "program").write_text(PROGRAM)
+    built = {}
+    for name, version, exe in (("watchpost-agent", "4.1.2", AGENT_EXE), ("tallyhub-service", "2.0.7", HUB_EXE)):
+        spec = (DATA / "products/package.spec").read_text()
+        spec = spec.replace("@NAME@", name).replace("@VERSION@", version).replace("@EXE@", exe)
+        (top / f"{name}.spec").write_text(spec)
+        subprocess.run(["rpmbuild", "-bb", "--define", f"_topdir {top}", "--define", f"_sourcedir {top}",
+                        top / f"{name}.spec"], check=True, capture_output=True)
+        built[name] = next((top / "RPMS").rglob(f"{name}-{version}-1.*.rpm"))
+    return built
+
+
+AGENT_CASES = ["running", "stopped", "without-package", "not-installed"]
+
+
+@pytest.mark.parametrize("name", AGENT_CASES)
+def test_agent_and_service_sections(gatr, machine, sandbox, packages, services, http_service, name):
+    rest = http_service(tls=True, port=13581)  # a backup product's service, not installed: never asked
+    for package, exe in (("watchpost-agent", AGENT_EXE), ("tallyhub-service", HUB_EXE)):
+        if name in ("running", "stopped"):
+            subprocess.run(["rpm", "-i", "--nodeps", packages[package]], check=True, capture_output=True)
+            os.utime(exe, (STAMP, STAMP))
+        elif name == "without-package":
+            place(sandbox, exe, PROGRAM, 0o755)
+    pids = {"agent": services(AGENT_EXE), "hub": services(HUB_EXE)} if name == "running" else {}
     run = gatr("-s")
-    assert run.rc == 0, run.stderr
-
-    assert section(run.main_log, "BRIMWELL WATCHPOST") == installed_block(
-        "BRIMWELL WATCHPOST", watchpost_package, "watchpost-agent", WATCHPOST_EXE, watchpost_pid)
-    assert section(run.main_log, "BRIMWELL TALLYHUB SERVICE") == installed_block(
-        "BRIMWELL TALLYHUB SERVICE", tallyhub_package, "tallyhub-proxy", TALLYHUB_EXE,
-        tallyhub_pid)
-
-    products = run.settings["products"]
-    assert products["cmd"] == {"installed": True, "package": watchpost_package}
-    assert products["thb"] == {"installed": True, "package": tallyhub_package}
-
-    members = archive_members(run)
-    assert members[WATCHPOST_HOME + "/logs/agent.log"] == "agent started\n"
-    assert members[WATCHPOST_HOME + "/logs/upgrade.log"] == "upgraded to 4.1.2\n"
-    assert WATCHPOST_HOME + "/logs/agent.log.gz" not in members
-    assert members["/var/log/watchpost/agent-install.log"] == "installed\n"
-    assert members[WATCHPOST_HOME + "/etc/agent.conf"] == "server=console.example\n"
-    version = subprocess.run([WATCHPOST_EXE, "--version"], capture_output=True, text=True).stdout
-    assert members[str(LOGS / "gatr_cmd-version.log")] == version
-    assert members[str(LOGS / "gatr_cmd-config.log")] == "server=console.example\n"
-    assert members[TALLYHUB_HOME + "/logs/proxy.log"] == "proxy up\n"
-    assert TALLYHUB_HOME + "/logs/service.log" not in members
-    assert members[str(LOGS / "gatr_thb-listing.log")] == "proxy.log\nservice.log\n"
-    ours = ("agent_section.cpp", "manifest.cpp", "probes.cpp", "spawn.cpp")
-    assert not [l for l in run.error_lines if l.status == "ERROR" and l.source in ours], \
-        run.error_log
+    assert (run.rc, rest.requests) == (0, [])
+    expect(products(run.main_log), f"products/agents-{name}", **pids)
+    expect(json.dumps(run.settings["products"], indent=1) + "\n", f"products/agents-{name}.settings")
 
 
-def test_installed_but_not_running_still_gathers_its_manifest(gatr, sandbox, rpmdb):
-    package = rpmdb("watchpost-agent")
-    sandbox.write(WATCHPOST_HOME + "/logs/agent.log", "agent stopped\n")
-    sandbox.write(WATCHPOST_HOME + "/etc/agent.conf", "x=1\n")
-    run = gatr("-s")
-    assert run.rc == 0, run.stderr
-    assert section(run.main_log, "BRIMWELL WATCHPOST") == installed_block(
-        "BRIMWELL WATCHPOST", package, "watchpost-agent", WATCHPOST_EXE)
-    members = archive_members(run)
-    assert members[WATCHPOST_HOME + "/logs/agent.log"] == "agent stopped\n"
-    assert str(LOGS / "gatr_cmd-version.log") in members
+MANIFESTS = ["patterns", "commands", "not-json", "no-linux", "bad-entries", "hostile-names"]
 
 
-def test_executable_without_package_shows_rpms_own_answer(gatr, sandbox, rpmdb, processes):
-    # The program is there (copied by hand), but the package database does not know it.
-    sandbox.write(TALLYHUB_EXE, Path(shutil.which("sleep")).read_bytes(), 0o755)
-    pid = processes(TALLYHUB_EXE)
-    run = gatr("-s")
-    assert run.rc == 0, run.stderr
-    answer = "package tallyhub-service is not installed\n"
-    assert section(run.main_log, "BRIMWELL TALLYHUB SERVICE") == installed_block(
-        "BRIMWELL TALLYHUB SERVICE", answer, "tallyhub-proxy", TALLYHUB_EXE, pid)
-    assert run.settings["products"]["thb"] == {"installed": True, "package": answer}
-    assert run.settings["products"]["cmd"] == {"installed": False, "package": None}
-    # With no manifest in its /var/opt home, the one shipped with the program is used.
-    assert "no application manifests found no log gathering will occur" not in run.messages()
-    members = archive_members(run)
-    assert str(LOGS / "gatr_thb-version.log") in members
+@pytest.mark.parametrize("name", MANIFESTS)
+def test_the_agent_manifest_decides_what_is_gathered(gatr, machine, sandbox, name):
+    place(sandbox, AGENT_EXE, "#!/bin/sh\necho 'watchpost-agent 4.1.2'\n", 0o755)
+    for path in (DATA / "products/tree.txt").read_text().splitlines():
+        sandbox.write(path, "x\n")
+    sandbox.write(f"{AGENT}/gatr_manifest.json", (DATA / f"products/manifest-{name}.json").read_text())
+    sandbox.write("/opt/fallback-must-not-be-used", "")
+    run = gatr("-s", env={"AGENT_LOGS": "/var/opt/agent-logs"})
+    gathered = [m for m in run.members() if "agent" in m or "pwned" in m or "gatr_cmd" in m]
+    expect("\n".join(gathered) + "\n", f"products/manifest-{name}.members")
+    lines = [line for line in run.error_log.splitlines(True)
+             if re.match(r"(manifest|spawn|folders|jsonparser)\b", line[20:36])]
+    expect("".join(lines), f"products/manifest-{name}.errors")
+    assert not Path("/var/opt/pwned").exists()
+    if name == "commands":
+        expect(run.member(f"{LOGS}/gatr_cmd-both.log"), "products/manifest-commands.output")
 
 
-def test_tallyhub_manifest_beside_the_executable_is_not_used(gatr, sandbox, rpmdb):
-    rpmdb("tallyhub-service")
-    sandbox.write(TALLYHUB_HOME + "/logs/proxy.log", "from the data folder\n")
-    sandbox.write("/opt/Brimwell/tallyhub-service/gatr_manifest.json",
-                  '{"Linux": {"archive": {"files": ["/opt/Brimwell/tallyhub-service/bin/*"]}}}')
-    run = gatr("-s")
-    members = archive_members(run)
-    assert members[TALLYHUB_HOME + "/logs/proxy.log"] == "from the data folder\n"
-    assert TALLYHUB_EXE not in members
-
-
-def test_bad_manifests_are_logged_and_the_run_goes_on(gatr, sandbox, rpmdb, var_log):
-    package = rpmdb("watchpost-agent")
-    rpmdb("tallyhub-service")
-    manifest = WATCHPOST_HOME + "/gatr_manifest.json"
-    sandbox.write(manifest, """{"Linux": {"archive": {
-        "files": ["no-folder*.log", "/var/log/missing-folder/*.log", "%INSTALL%/etc/*.conf"],
-        "commands": [
-            {"command": "echo no-mode", "file": "./logs/gatr_cmd-no-mode.log"},
-            {"command": "echo no-file", "mode": "w"},
-            {"command": "ls /nonexistent-gatr", "file": "./logs/gatr_cmd-fails.log", "mode": "w"},
-            {"command": "echo kept", "file": "./logs/gatr_cmd-kept.log", "mode": "w"}
-        ]}}}""")
-    sandbox.write(WATCHPOST_HOME + "/etc/agent.conf", "a=1\n")
-    sandbox.write(TALLYHUB_HOME + "/gatr_manifest.json", '{"Linux": {"archive": nil}}')
-    run = gatr("-s")
-    assert run.rc == 0, run.stderr
-    assert section(run.main_log, "BRIMWELL WATCHPOST") == installed_block(
-        "BRIMWELL WATCHPOST", package, "watchpost-agent", WATCHPOST_EXE)
-
-    messages = run.messages()
-    prefix = f"application manifest {manifest}: Linux->archive->commands"
-    assert "file pattern no-folder*.log has no folder part - pattern skipped" in messages
-    assert "Invalid Handle for file /var/log/missing-folder" in messages
-    assert f"{prefix}[0]->mode is missing or not a string - entry skipped" in messages
-    assert f"{prefix}[1]->file is missing or not a string - entry skipped" in messages
-    assert "call to ls failed: exit code is 512" in messages
-    assert ("application manifest /var/opt/Brimwell/tallyhub-service/gatr_manifest.json "
-            "could not be loaded - no log gathering will occur") in messages
-    for banner in ("BRIMWELL TALLYHUB SERVICE", "BRIMWELL WATCHPOST"):
-        assert f"{banner} section completed" in messages
-
-    members = archive_members(run)
-    assert members[WATCHPOST_HOME + "/etc/agent.conf"] == "a=1\n"
-    assert members[str(LOGS / "gatr_cmd-kept.log")] == "kept\n"
-    assert str(LOGS / "gatr_cmd-fails.log") not in members
-    assert not (LOGS / "gatr_cmd-no-mode.log").exists()
-
-
-def test_hostile_file_names_in_a_gathered_folder_run_nothing(gatr, sandbox, rpmdb):
-    rpmdb("watchpost-agent")
-    # A name cannot hold a '/', so the marker is made relative to where the shell would run.
-    names = ["x$(touch pwned-dollar).log", "y`touch pwned-backtick`.log", 'quote".log',
-             "back\\slash.log"]
-    for name in names:
-        sandbox.write(f"{WATCHPOST_HOME}/logs/{name}", name + "\n")
-    run = gatr("-s")
-    assert run.rc == 0, run.stderr
-    for folder in (Path(os.environ["GATR_STAGE"]), sandbox.scratch):
-        assert not list(folder.glob("pwned*")), folder
-    members = archive_members(run)
-    for name in names:
-        assert members[f"{WATCHPOST_HOME}/logs/{name}"] == name + "\n"
+@pytest.mark.parametrize("distribution", ["CENTOS-6", "CENTOS-7", "CENTOS-8", "UBUNTU", "%DISTRIBUTION%"])
+def test_the_shipped_uninstall_script_removes_the_product_and_only_it(machine, sandbox, services, distribution):
+    """The script the manual uninstall fills in, run with stand-ins that record every call that
+    would change the machine."""
+    for tool in ("systemctl", "service", "chkconfig", "rmmod", "depmod", "shutdown", "reboot", "rpm"):
+        sandbox.tool(tool, f'#!/bin/sh\necho "$(basename $0) $*" >> /var/opt/calls\n'
+                           f'[ "$1" = -qa ] && printf "orb\\norb-console\\nkmod-brwvsm-4.18.0\\nbash\\norbit\\n"\n'
+                           'exit 0\n')
+    sandbox.tool("lsmod", "#!/bin/sh\necho 'brwvsm 45056 2'\n")
+    sandbox.overlay("/lib/modules")
+    kept = ["/root/keep.txt", "/opt/Brimwell/other/x"]
+    removed = [f"{ORB}/x", "/etc/opt/Brimwell/orb/x", "/var/opt/Brimwell/orb/x", "/root/.Brimwell/orb/x",
+               "/lib/modules/4.18.0/extra/brwvsm.ko.xz"]
+    for path in kept + removed:
+        sandbox.write(path, "x\n")
+    place(sandbox, f"{ORB}/bin/orb_service", PROGRAM, 0o755)
+    pid = services(f"{ORB}/bin/orb_service")
+    script = (Path(__file__).parents[2] / "var/orb/uninstall_orb.sh.templ").read_text()
+    Path("/var/opt/uninstall.sh").write_text(script.replace("%DISTRIBUTION%", distribution).replace("%HOME%", "/root"))
+    done = subprocess.run(["sh", "/var/opt/uninstall.sh"], capture_output=True, text=True, timeout=60,
+                          env={"PATH": "/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin"})
+    known = distribution.startswith("CENTOS")
+    assert done.returncode == (0 if known else 1)
+    expect(done.stdout, f"products/uninstall-{distribution.strip('%')}", pid=pid)
+    calls = Path("/var/opt/calls").read_text() if Path("/var/opt/calls").exists() else ""
+    expect(calls, f"products/uninstall-{distribution.strip('%')}.calls")
+    assert [p for p in removed + kept if Path(p).exists()] == (kept if known else removed + kept)

@@ -1,382 +1,269 @@
-"""The upload mode: `gatr -u <region> <case> <archive>` against a real FTP server, the control
-server's connector file and a fake OAuth token endpoint and case service, all on loopback."""
+"""The upload mode: an archive to a real FTP server, the connector file from the control server,
+then the OAuth token and the case record at the fake support services, all on loopback."""
 import base64
 import json
 import os
 import re
-import socket
 import subprocess
 
 import pytest
 
-from conftest import OUTPUT, SETTINGS, STAGE
-from fakes.connector import CREDENTIALS, build_key, connector_text, encipher, write_connector
-from fakes.ftp import ftp_server  # noqa: F401 (fixture)
-from fakes.oauth import ACCESS_TOKEN, CASE_FAILURE, CASE_PATH, TOKEN_PATH, oauth_service  # noqa: F401
-from fakes.program import copy_program, server, write_config
+from conftest import CONNECTOR_KEY, OUTPUT, PROGRAM, SETTINGS, STAGE, expect
 
 CASE = "01234567"
-# Numbers of four digits or more show only their first group under LC_ALL=C (see below).
-STATISTICS = r"sent [\d,]+ bytes in [\d,]+(\.\d{3})? seconds \([\d,]+(\.\d\d)? KB/s\)"
-SYSTEM = {"operating_system": "CentOS Linux release 7.9.2009 (Core)", "version": "7.9.2009",
-          "kernel": "3.10.0-1160.el7.x86_64", "platform": "VMware, Inc. VMware Virtual Platform"}
+ARCHIVE = OUTPUT / "gatr_node1_20240704T1125Z.tar.gz"
+TOKEN_PATH, CASE_PATH = "/services/oauth2/token", f"/services/apexrest/case/gatr/v1/{CASE}"
+ACCESS_TOKEN = "00D5e000000Tok!AQ4AQGd.tEsT_t0ken"
+# Characters a form encoder would change: the request must carry them unchanged.
+CREDENTIALS = {"client_id": "3MVG9gatrTestClient.Id_0123456789",
+               "client_secret": "s3cr&t+value/with=odd chars",
+               "username": "support.api@brimwell.example", "password": "P@ss w0rd%21"}
+SECRETS = [CREDENTIALS["client_secret"], CREDENTIALS["password"], ACCESS_TOKEN, CONNECTOR_KEY.decode()]
 UPDATE_FAILED = "gatr: failed to update the case in the Brimwell Support system\n"
+AUTHENTICATION_FAILED = ("gatr: failed to authenticate with the Brimwell Support system: refer to the "
+                         "gatr_errors.log for details\n")
+NOT_JSON = "gatr: failed to load the returned JSON document\n"
+
+
+def encipher(plain: bytes, key: bytes = CONNECTOR_KEY, iv: bytes = None) -> str:
+    """As the support service's operator does it: openssl's AES-256-CBC, the vector in front."""
+    iv = iv if iv is not None else os.urandom(16)
+    cipher = subprocess.run(["openssl", "enc", "-aes-256-cbc", "-K", key.hex(), "-iv", iv.hex()],
+                            input=plain, capture_output=True, check=True).stdout
+    return base64.b64encode(iv + cipher).decode()
 
 
 class Setup:
-    """One program folder, an EU/US server, a separate control server (the AU entry) and the
-    OAuth service, with an archive and the settings a diagnostics run left behind."""
+    """EU and US on one FTP server, AU the control server, the support services, an archive and
+    the settings a diagnostics run left."""
 
-    def __init__(self, sandbox, gatr, ftp_server, oauth_service):
-        self.sandbox, self.gatr, self.oauth = sandbox, gatr, oauth_service
-        self.program = copy_program(sandbox.scratch)
-        self.region = ftp_server("region")
-        self.control = ftp_server("control")
-        self.servers = [server("EU", self.region.port), server("US", self.region.port),
-                        server("AU", self.control.port)]
-        write_config(self.program, self.servers, control=2)
-        write_connector(self.control.control, connector_text(oauth_service.url + TOKEN_PATH))
-        self.archive = OUTPUT / "gatr_node1_20240704T1125Z.tar.gz"
+    def __init__(self, sandbox, gatr, ftp_service, http_service):
+        self.gatr, self.ftp_service = gatr, ftp_service
+        self.region, self.control, self.oauth = ftp_service("region"), ftp_service("control"), http_service()
+        self.servers = [self.server("EU", self.region), self.server("US", self.region),
+                        self.server("AU", self.control)]
+        self.configure(self.servers)
+        self.connector()
+        self.oauth.answer(TOKEN_PATH, json.dumps({"access_token": ACCESS_TOKEN, "token_type": "Bearer",
+                                                  "instance_url": self.oauth.url}))
+        self.oauth.answer(CASE_PATH, '{"status": 0}')
         self.content = os.urandom(300_000)
-        sandbox.write(str(self.archive), self.content)
-        settings = {"version": 1, "last_archive_file": str(self.archive), "system": SYSTEM,
-                    "products": {"orb": {"installed": True, "package": "orb-10.0.2-1234.el7.x86_64"},
-                                 "thb": {"installed": False, "package": ""},
-                                 "cmd": {"installed": True, "package": "watchpost-agent-5.0.0-1.x86_64"}}}
-        sandbox.write(str(SETTINGS), json.dumps(settings, indent=2))
+        sandbox.write(ARCHIVE, self.content)
+        sandbox.write(SETTINGS, json.dumps({"version": 1, "system": {
+                          "operating_system": "CentOS Linux release 7.9.2009 (Core)", "version": "7.9.2009",
+                          "kernel": "3.10.0-1160.el7.x86_64", "platform": "x86_64"}, "products": {
+                          "orb": {"installed": True, "package": "orb-10.0.2-1234.el7.x86_64"},
+                          "thb": {"installed": False, "package": ""},
+                          "cmd": {"installed": True, "package": "watchpost-agent-5.0.0-1.x86_64"}}}))
 
-    def run(self, *args):
-        return self.gatr(*args, program=self.program / "gatr")
+    @staticmethod
+    def server(region, ftp, url="ftp://127.0.0.1"):
+        return {"region": region, "url": url, "port": ftp.port, "use_secure": False}
 
-    def upload(self, region="eu", case=CASE, archive=None):
-        return self.run("-u", region, case, str(archive or self.archive))
+    def configure(self, servers, control=2):
+        (PROGRAM / "etc/gatr_config.json").write_text(
+            json.dumps({"ftp_servers": servers, "control_ftp_server": control}))
 
-    def uploaded(self, name=None):
-        return (self.region.upload / (name or f"{CASE}_{self.archive.name}")).read_bytes()
+    def connector(self, url=None, key=CONNECTOR_KEY, **overrides):
+        document = {"authentication_url": url or self.oauth.url + TOKEN_PATH, "grant_type": "password"}
+        document.update({name: encipher(value.encode(), key) for name, value in CREDENTIALS.items()})
+        document.update(overrides)
+        (self.control.control / ".connector").write_text(json.dumps(document))
+
+    def upload(self, *args, region="eu", case=CASE, archive=ARCHIVE, env=None):
+        run = self.gatr(*args, "-u", region, case, str(archive), env=env)
+        for text in (run.stdout, run.stderr, run.error_log or ""):
+            assert not [s for s in SECRETS if s in text]
+        return run
+
+    def uploaded(self, name=f"{CASE}_{ARCHIVE.name}", server=None):
+        path = (server or self.region).upload / name
+        return path.read_bytes() if path.exists() else None
 
 
 @pytest.fixture
-def setup(sandbox, gatr, ftp_server, oauth_service):
-    return Setup(sandbox, gatr, ftp_server, oauth_service)
+def setup(sandbox, gatr, ftp_service, http_service):
+    return Setup(sandbox, gatr, ftp_service, http_service)
 
 
-def expected_record(archive_name, server_url="ftp://127.0.0.1"):
-    description = (f"gatr archive file {archive_name} was uploaded to the EU FTP server.\n\n"
-                   f"Download URL: {server_url}/{CASE}_{archive_name}")
-    system = ("Operating system:    CentOS Linux release 7.9.2009 (Core)\n"
-              "Version:             7.9.2009\n"
-              "Kernel:              3.10.0-1160.el7.x86_64\n"
-              "Platform:            VMware, Inc. VMware Virtual Platform\n\n")
-    installed = ("BACKUP:\n    Ironkeep ORB for Linux orb-10.0.2-1234.el7.x86_64\n\n"
-                 "CLOUD:\n\n"
-                 "MANAGE:\n    Watchpost endpoint watchpost-agent-5.0.0-1.x86_64\n\n"
-                 "RECOVERY:\n\nREPLICATE:\n\n")
-    return {"case_number": CASE, "description": description, "system_block": system,
-            "installed_block": installed}
-
-
-def assert_no_secret(*texts):
-    for text in texts:
-        for secret in (CREDENTIALS["client_secret"], CREDENTIALS["password"], ACCESS_TOKEN,
-                       build_key()):
-            assert secret not in (text or "")
-
-
-def test_upload_sends_the_archive_and_updates_the_case(setup):
+def test_upload_sends_the_archive_and_records_it_in_the_case(setup):
     run = setup.upload()
-    archive = str(setup.archive)
-    assert run.stderr == ""
-    assert run.rc == 0
-    assert re.fullmatch(
-        f"gatr: commencing upload of {re.escape(archive)} to EU FTP server\n"
-        f"gatr: completed upload of {re.escape(archive)} to EU FTP server - {STATISTICS}\n"
-        f"gatr: commencing update of case number {CASE} in the Brimwell Support system\n"
-        "gatr: \n", run.stdout), run.stdout
-    # Under LC_ALL=C the separator is the NUL character, so a grouped number reads as its
-    # first group only: 300000 bytes show as 300.
-    assert " - sent 300 bytes in " in run.stdout
+    assert (run.rc, run.stderr) == (0, "")
+    # Under LC_ALL=C the separator is a NUL, so a grouped number shows its first group only.
+    expect(run.stdout, "upload/stdout", archive=ARCHIVE)
     assert setup.uploaded() == setup.content
-
     token, record = setup.oauth.requests
-    assert token.path == TOKEN_PATH
-    assert token.headers["Content-Type"] == "application/x-www-form-urlencoded"
-    assert token.body.decode() == (
-        "grant_type=password&client_id=3MVG9gatrTestClient.Id_0123456789"
-        "&client_secret=s3cr&t+value/with=odd chars&username=support.api@brimwell.example"
-        "&password=P@ss w0rd%21&scope=")
-    assert record.path == CASE_PATH + CASE
-    assert record.headers["Authorization"] == "Bearer " + ACCESS_TOKEN
-    assert record.headers["Content-Type"] == "application/json"
-    assert json.loads(record.body) == expected_record(setup.archive.name)
-    assert record.body.decode() == json.dumps(expected_record(setup.archive.name),
-                                              separators=(",", ":"))
-
-    messages = run.messages()
-    completed = [m for m in messages if m.startswith("completed upload of")]
-    assert len(completed) == 1
-    assert re.fullmatch(f"completed upload of {re.escape(archive)} to EU FTP server - {STATISTICS}",
-                        completed[0])
-    assert f"completed update of case number {CASE}" in messages
-    assert_no_secret(run.error_log, run.stdout, run.stderr)
+    assert (token.path, token.headers["Content-Type"]) == (TOKEN_PATH, "application/x-www-form-urlencoded")
+    expect(token.body.decode() + "\n", "upload/token-form")
+    assert (record.path, record.headers["Authorization"], record.headers["Content-Type"]) == (
+        CASE_PATH, "Bearer " + ACCESS_TOKEN, "application/json")
+    expect(record.body.decode() + "\n", "upload/case-record")
+    assert re.search(f"completed upload of {ARCHIVE} to EU FTP server - sent 300 bytes in ", run.error_log)
+    assert f"completed update of case number {CASE}\n" in run.error_log
 
 
 def test_verbose_upload_traces_the_exchange_without_the_token(setup):
-    run = setup.run("-v", "-u", "eu", CASE, str(setup.archive))
-    assert run.rc == 0, run.stderr
-    assert "> USER anonymous\r\n" in run.stderr
-    assert f"> POST /services/apexrest/case/gatr/v1/{CASE} HTTP/1.1\r\n" in run.stderr
-    assert "\r\nAuthorization: Bearer ********\r\n" in run.stderr
-    assert setup.oauth.requests[1].headers["Authorization"] == "Bearer " + ACCESS_TOKEN
-    assert_no_secret(run.stderr, run.stdout, run.error_log)
+    run = setup.upload("-v")
+    assert run.rc == 0
+    for line in ("> USER anonymous\r\n", f"> POST {CASE_PATH} HTTP/1.1\r\n", "\r\nAuthorization: Bearer ********\r\n"):
+        assert line in run.stderr
 
 
-def test_statistics_are_grouped_in_a_locale_with_a_separator(setup, sandbox):
-    locales = sandbox.scratch / "locales"
-    locales.mkdir()
-    subprocess.run(["localedef", "-i", "en_US", "-f", "UTF-8", str(locales / "en_US.UTF-8")],
-                   check=True, capture_output=True)
-    # The C library keeps the LOCPATH text it splits for the process's lifetime; a sanitizer
-    # build would report that as a leak of ours.
-    suppressions = sandbox.scratch / "lsan.supp"
-    suppressions.write_text("leak:argz_add_sep\n")
-    run = setup.gatr("-u", "eu", CASE, str(setup.archive), program=setup.program / "gatr",
-                     env={"LC_ALL": "en_US.UTF-8", "LOCPATH": str(locales),
-                          "LSAN_OPTIONS": f"suppressions={suppressions}"})
-    assert run.rc == 0, run.stderr
-    assert " - sent 300,000 bytes in " in run.stdout
+def test_statistics_are_grouped_and_the_rate_is_in_kibibytes(setup, sandbox, ftp_service, tmp_path):
+    subprocess.run(["localedef", "-i", "en_US", "-f", "UTF-8", tmp_path / "en_US.UTF-8"], check=True,
+                   capture_output=True)
+    # The C library keeps the LOCPATH text it splits for the process's life: not a leak of ours.
+    (tmp_path / "lsan.supp").write_text("leak:argz_add_sep\n")
+    slow = ftp_service("slow", read_limit=1 << 20)
+    setup.configure([setup.server("EU", slow)] + setup.servers[1:])
+    sandbox.write(ARCHIVE, os.urandom(3 << 20))
+    run = setup.upload(env={"LC_ALL": "en_US.UTF-8", "LOCPATH": str(tmp_path),
+                            "LSAN_OPTIONS": f"suppressions={tmp_path}/lsan.supp"})
+    size, seconds, rate = re.search(r"sent ([\d,]+) bytes in ([\d,.]+) seconds \(([\d,.]+) KB/s\)",
+                                    run.stdout).groups()
+    number = lambda text: float(text.replace(",", ""))
+    assert size == "3,145,728" and number(seconds) > 2
+    assert abs(number(rate) / (number(size) / number(seconds) / 1024) - 1) < 0.01
 
 
-def test_region_is_matched_without_case_and_shown_upper_case(setup):
-    run = setup.upload(region="eU")
-    assert run.rc == 0, run.stderr
-    assert f"to EU FTP server - " in run.stdout
-    assert setup.uploaded() == setup.content
+@pytest.mark.parametrize("region, name", [("eU", None), ("us", "node_2024.tar.gz")])
+def test_region_in_any_case_and_an_archive_named_without_folder(setup, region, name):
+    if name:
+        (PROGRAM / name).write_bytes(b"abc")  # gatr works in its own folder, where this is found
+    run = setup.upload(region=region, archive=name or ARCHIVE)
+    assert run.rc == 0
+    assert f" to {region.upper()} FTP server - " in run.stdout
+    assert setup.uploaded(f"{CASE}_{name or ARCHIVE.name}") == (b"abc" if name else setup.content)
+    description = json.loads(setup.oauth.requests[1].body)["description"]
+    assert description.endswith(f"ftp://127.0.0.1/{CASE}_{name or ARCHIVE.name}")
 
 
-def test_last_server_of_a_region_wins(setup, ftp_server):
-    later = ftp_server("later")
-    write_config(setup.program, setup.servers + [server("EU", later.port)], control=2)
-    run = setup.upload()
-    assert run.rc == 0, run.stderr
-    assert (later.upload / f"{CASE}_{setup.archive.name}").read_bytes() == setup.content
-    assert not (setup.region.upload / f"{CASE}_{setup.archive.name}").exists()
+def test_the_last_server_listed_for_a_region_wins(setup, ftp_service):
+    later = ftp_service("later")
+    setup.configure(setup.servers + [setup.server("EU", later)])
+    assert setup.upload().rc == 0
+    assert (setup.uploaded(server=later), setup.uploaded()) == (setup.content, None)
 
 
-def test_archive_without_folder_is_named_whole(setup):
-    name = "node_2024.tar.gz"
-    # gatr works in its own folder, so a relative name is found there.
-    (setup.program / name).write_bytes(b"abc")
-    run = setup.run("-u", "us", CASE, name)
-    assert run.rc == 0, run.stderr
-    assert setup.uploaded(f"{CASE}_{name}") == b"abc"
-    assert json.loads(setup.oauth.requests[1].body)["description"].endswith(
-        f"ftp://127.0.0.1/{CASE}_{name}")
-
-
-@pytest.mark.parametrize("case,args,change,stderr", [
-    ("configuration missing", ("eu", CASE, None), "no config",
-     "gatr: failed to load the gatr_config file\n"),
-    ("configuration not JSON", ("eu", CASE, None), "bad config",
-     "gatr: failed to load the gatr_config file\n"),
-    ("unknown region", ("xx", CASE, None), None,
-     "gatr: support region must be one of EU, US or AU\n"),
-    ("no servers", ("eu", CASE, None), "empty servers",
-     "gatr: support region must be one of \n"),
-    ("seven digits", ("eu", "1234567", None), None,
+CHECKS = [  # what is wrong, arguments, standard error
+    ("no configuration", {}, "gatr: failed to load the gatr_config file\n"),
+    ("configuration not JSON", {}, "gatr: failed to load the gatr_config file\n"),
+    ("no servers", {}, "gatr: support region must be one of \n"),
+    ("unknown region", {"region": "xx"}, "gatr: support region must be one of EU, US or AU\n"),
+    ("region before case number", {"region": "xx", "case": "123"}, "gatr: support region must be one of EU, US or AU\n"),
+    *[("case number " + c, {"case": c}, "gatr: case number must be eight digits (including leading zeroes)\n")
+      for c in ("1234567", "123456789", "0123456A")],
+    ("case number before archive", {"case": "123", "archive": "/none"},
      "gatr: case number must be eight digits (including leading zeroes)\n"),
-    ("letter in case", ("eu", "0123456A", None), None,
-     "gatr: case number must be eight digits (including leading zeroes)\n"),
-    ("region before case number", ("xx", "123", None), None,
-     "gatr: support region must be one of EU, US or AU\n"),
-    ("case number before archive", ("eu", "123", "/nonexistent.tar.gz"), None,
-     "gatr: case number must be eight digits (including leading zeroes)\n"),
-    ("archive missing", ("eu", CASE, "/var/opt/none.tar.gz"), None,
-     "gatr: archive file does not exist\n"),
-])
-def test_each_check_fails_with_its_line(setup, case, args, change, stderr):
-    config = setup.program / "etc" / "gatr_config.json"
-    if change == "no config":
+    ("archive missing", {"archive": "/var/opt/none.tar.gz"}, "gatr: archive file does not exist\n"),
+]
+
+
+@pytest.mark.parametrize("wrong, args, stderr", CHECKS, ids=[c[0] for c in CHECKS])
+def test_each_check_fails_with_its_line_before_anything_is_sent(setup, wrong, args, stderr):
+    config = PROGRAM / "etc/gatr_config.json"
+    if wrong == "no configuration":
         config.unlink()
-    elif change == "bad config":
+    elif wrong == "configuration not JSON":
         config.write_text('{"ftp_servers": [')
-    elif change == "empty servers":
-        write_config(setup.program, [])
-    region, number, archive = args
-    run = setup.run("-u", region, number, archive or str(setup.archive))
-    assert (run.rc, run.stderr, run.stdout) == (1, stderr, ""), case
-    assert list(setup.region.upload.iterdir()) == [], case
-    assert setup.oauth.requests == [], case
+    elif wrong == "no servers":
+        setup.configure([])
+    run = setup.upload(**args)
+    assert (run.rc, run.stdout, run.stderr) == (1, "", stderr)
+    assert (list(setup.region.upload.iterdir()), setup.oauth.requests) == ([], [])
 
 
-def test_archive_that_cannot_be_opened(setup):
-    # A socket exists for stat but cannot be opened as a file, even by root.
-    path = str(setup.sandbox.scratch / "archive.sock")
-    listener = socket.socket(socket.AF_UNIX)
-    listener.bind(path)
-    try:
-        run = setup.upload(archive=path)
-    finally:
-        listener.close()
-    assert run.rc == 1
-    assert run.stderr == f"gatr: unable to open file {path}: No such device or address\n"
-    assert run.stdout == f"gatr: commencing upload of {path} to EU FTP server\n"
+def test_an_archive_that_exists_but_cannot_be_opened(setup, tmp_path):
+    import socket
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(str(tmp_path / "archive.sock"))
+        run = setup.upload(archive=tmp_path / "archive.sock")
+    assert (run.rc, run.stderr) == (1, f"gatr: unable to open file {tmp_path}/archive.sock: No such device or address\n")
 
 
-def upload_failed(setup):
-    return (f"gatr: upload of {setup.archive} to EU FTP server failed - "
-            "refer to the gatr_errors.log for details\n")
+FAILURES = [  # what goes wrong, standard error, the error-log line that says why ({url}: the peer)
+    ("ftp down", f"gatr: upload of {ARCHIVE} to EU FTP server failed - refer to the gatr_errors.log for details\n",
+     "call to curl_easy_perform() failed: (7) Couldn't connect to server : {url}"),
+    ("ftp refusing", f"gatr: upload of {ARCHIVE} to EU FTP server failed - refer to the gatr_errors.log for details\n",
+     "call to curl_easy_perform() failed: (25) Upload failed (at start/before it took off) : {url}"),
+    ("connector missing", "gatr: failed to retrieve the connector configuration file\n" + UPDATE_FAILED,
+     "call to curl_easy_perform() failed: (78) Remote file not found : {url}"),
+    ("control down", "gatr: failed to retrieve the connector configuration file\n" + UPDATE_FAILED, None),
+    ("connector not JSON", NOT_JSON + UPDATE_FAILED, None),
+    ("value of only a vector", "gatr: failed to decrypt JSON values\n" + UPDATE_FAILED, None),
+    ("value too short", "gatr: failed to decrypt JSON values\n" + UPDATE_FAILED, None),
+    ("value not base64", "gatr: failed to decrypt JSON values\n" + UPDATE_FAILED, None),
+    # libcrypto's own account of the failure comes first, in the words of its version.
+    ("another key", "...gatr: failed to decrypt JSON values\n" + UPDATE_FAILED, None),
+    ("token failing", AUTHENTICATION_FAILED, '{url} returned exit code: (500) {{"error": "invalid_grant"}}'),
+    ("token down", AUTHENTICATION_FAILED,
+     "call to curl_easy_perform() failed: (7) Couldn't connect to server : http://127.0.0.1:1/token"),
+    ("token not JSON", NOT_JSON, None),
+    ("case failing", "gatr: failed to update the case in the Brimwell Support system : refer to the "
+                     "gatr_errors.log for details\n", '{url} returned exit code: (500) {{"message": "internal"}}'),
+    ("case refused", f"gatr: update of case number {CASE} failed: Case {CASE} is closed\n",
+     f"update of case number {CASE} failed: Case {CASE} is closed"),
+    ("case not JSON", NOT_JSON, None),
+]
 
 
-def test_ftp_server_down(setup):
-    setup.region.stop()
-    run = setup.upload()
-    assert (run.rc, run.stderr) == (1, upload_failed(setup))
-    url = f"ftp://127.0.0.1:{setup.region.port}/{CASE}_{setup.archive.name}"
-    assert f"call to curl_easy_perform() failed: (7) Couldn't connect to server : {url}" in run.messages()
-    assert setup.oauth.requests == []
+def break_peer(setup, wrong, ftp_service):
+    """Makes the one thing go wrong; returns the URL the error log names."""
+    vector = base64.b64encode(bytes(16)).decode()
+    oauth, token, case = setup.oauth, setup.oauth.url + TOKEN_PATH, setup.oauth.url + CASE_PATH
+    if wrong == "ftp down":
+        setup.region.stop()
+    elif wrong == "ftp refusing":
+        refusing = ftp_service("refusing", read_only=True)
+        setup.configure([setup.server("EU", refusing)] + setup.servers[1:])
+        return f"ftp://127.0.0.1:{refusing.port}/{CASE}_{ARCHIVE.name}"
+    elif wrong == "connector missing":
+        (setup.control.control / ".connector").unlink()
+        return f"ftp://127.0.0.1:{setup.control.port}/.connector"
+    elif wrong == "control down":
+        setup.control.stop()
+    elif wrong == "connector not JSON":
+        (setup.control.control / ".connector").write_text("authentication_url=http://x\n")
+    else:
+        {"value of only a vector": lambda: setup.connector(client_id=vector),
+         "value too short": lambda: setup.connector(username="c2hvcnQ="),
+         "value not base64": lambda: setup.connector(client_secret="!!!!"),
+         "another key": lambda: setup.connector(key=b"0123456789abcdef" * 2),
+         "token failing": lambda: oauth.answer(TOKEN_PATH, '{"error": "invalid_grant"}', 500),
+         "token down": lambda: setup.connector(url="http://127.0.0.1:1/token"),
+         "token not JSON": lambda: oauth.answer(TOKEN_PATH, "<html>maintenance</html>"),
+         "case failing": lambda: oauth.answer(CASE_PATH, '{"message": "internal"}', 500),
+         "case refused": lambda: oauth.answer(CASE_PATH, json.dumps(
+             {"status": 1, "status_message": f"Case {CASE} is closed"})),
+         "case not JSON": lambda: oauth.answer(CASE_PATH, "case updated")}[wrong]()
+    return token if wrong.startswith("token") else case if wrong.startswith("case") else \
+        f"ftp://127.0.0.1:{setup.region.port}/{CASE}_{ARCHIVE.name}"
 
 
-def test_ftp_server_refusing_the_upload(setup, ftp_server):
-    refusing = ftp_server("refusing", read_only=True)
-    write_config(setup.program, [server("EU", refusing.port)] + setup.servers[1:], control=2)
-    run = setup.upload()
-    assert (run.rc, run.stderr) == (1, upload_failed(setup))
-    url = f"ftp://127.0.0.1:{refusing.port}/{CASE}_{setup.archive.name}"
-    assert ("call to curl_easy_perform() failed: (25) Upload failed (at start/before it took off) : "
-            + url) in run.messages()
-    assert list(refusing.upload.iterdir()) == []
-
-
-def assert_case_update_failed(run, setup, stderr):
-    """The upload went through; the case update ended with the given line(s) and status 1."""
-    assert run.rc == 1
-    assert run.stderr.endswith(stderr), run.stderr
-    assert run.stdout.endswith(
-        f"gatr: commencing update of case number {CASE} in the Brimwell Support system\n")
-    assert setup.uploaded() == setup.content
-    assert_no_secret(run.error_log, run.stdout, run.stderr)
-
-
-def test_connector_missing(setup):
-    (setup.control.control / ".connector").unlink()
-    run = setup.upload()
-    assert run.stderr == "gatr: failed to retrieve the connector configuration file\n" + UPDATE_FAILED
-    assert_case_update_failed(run, setup, UPDATE_FAILED)
-    url = f"ftp://127.0.0.1:{setup.control.port}/.connector"
-    assert [m for m in run.messages() if m.startswith("call to curl_easy_perform() failed: (78)")] == [
-        f"call to curl_easy_perform() failed: (78) Remote file not found : {url}"]
-    assert setup.oauth.requests == []
-
-
-def test_control_server_down(setup):
-    setup.control.stop()
-    run = setup.upload()
-    assert run.stderr == "gatr: failed to retrieve the connector configuration file\n" + UPDATE_FAILED
-    assert_case_update_failed(run, setup, UPDATE_FAILED)
-
-
-def test_connector_not_json(setup):
-    write_connector(setup.control.control, "authentication_url=http://x\n")
-    run = setup.upload()
-    assert run.stderr.endswith("gatr: failed to load the returned JSON document\n" + UPDATE_FAILED)
-    assert_case_update_failed(run, setup, UPDATE_FAILED)
-
-
-@pytest.mark.parametrize("case,override", [
-    ("value of only a vector", {"client_id": base64.b64encode(bytes(16)).decode()}),
-    ("value too short", {"username": "c2hvcnQ="}),
-    ("value not base64", {"client_secret": "!!!!"}),
-    ("wrong key", {"password": encipher(b"P@ss w0rd%21", "W" * 32, iv=bytes(range(16)))}),
-])
-def test_connector_value_that_does_not_decipher(setup, case, override):
-    write_connector(setup.control.control,
-                    connector_text(setup.oauth.url + TOKEN_PATH, **override))
-    run = setup.upload()
-    assert run.stderr.endswith("gatr: failed to decrypt JSON values\n" + UPDATE_FAILED), case
-    assert_case_update_failed(run, setup, UPDATE_FAILED)
-    assert setup.oauth.requests == []
-
-
-def test_connector_made_with_another_key(setup):
-    write_connector(setup.control.control,
-                    connector_text(setup.oauth.url + TOKEN_PATH, key="0123456789abcdef" * 2))
+@pytest.mark.parametrize("wrong, stderr, logged", FAILURES, ids=[f[0] for f in FAILURES])
+def test_each_failure_ends_with_its_line_and_status_1(setup, ftp_service, wrong, stderr, logged):
+    url = break_peer(setup, wrong, ftp_service)
     run = setup.upload()
     assert run.rc == 1
-    assert run.stderr.endswith(UPDATE_FAILED)
-    assert setup.oauth.requests == []
+    assert run.stderr.endswith(stderr[3:]) if stderr.startswith("...") else run.stderr == stderr
+    if logged:
+        assert logged.format(url=url) + "\n" in run.error_log
+    uploaded = not wrong.startswith("ftp")
+    assert setup.uploaded() == (setup.content if uploaded else None)
+    assert run.stdout.endswith(f"commencing update of case number {CASE} in the Brimwell Support system\n"
+                               if uploaded else "FTP server\n")
+    asked = 0 if not uploaded or wrong.startswith(("connector", "control", "value", "another", "token down")) \
+        else 1 if wrong.startswith("token") else 2
+    assert len(setup.oauth.requests) == asked
 
 
-AUTHENTICATION_FAILED = ("gatr: failed to authenticate with the Brimwell Support system: "
-                         "refer to the gatr_errors.log for details\n")
-
-
-def test_token_endpoint_failing(setup):
-    setup.oauth.token_answer = "500"
+def test_a_case_answer_with_status_zero_is_success_whatever_else_it_holds(setup):
+    setup.oauth.answer(CASE_PATH, '{"status": 0, "status_message": "ignored", "warnings": [1, 2]}')
     run = setup.upload()
-    assert run.stderr == AUTHENTICATION_FAILED
-    assert_case_update_failed(run, setup, AUTHENTICATION_FAILED)
-    url = setup.oauth.url + TOKEN_PATH
-    assert f'{url} returned exit code: (500) {{"error": "invalid_grant"}}' in run.messages()
-    assert len(setup.oauth.requests) == 1
+    assert (run.rc, run.stderr) == (0, "") and run.stdout.endswith("gatr: \n")
 
 
-def test_token_endpoint_down(setup):
-    write_connector(setup.control.control, connector_text("http://127.0.0.1:1/token"))
-    run = setup.upload()
-    assert run.stderr == AUTHENTICATION_FAILED
-    assert_case_update_failed(run, setup, AUTHENTICATION_FAILED)
-    assert ("call to curl_easy_perform() failed: (7) Couldn't connect to server : "
-            "http://127.0.0.1:1/token") in run.messages()
-
-
-def test_token_answer_not_json(setup):
-    setup.oauth.token_answer = "not json"
-    run = setup.upload()
-    assert run.stderr.endswith("gatr: failed to load the returned JSON document\n")
-    assert_case_update_failed(run, setup, "gatr: failed to load the returned JSON document\n")
-    assert len(setup.oauth.requests) == 1
-
-
-def test_case_service_failing(setup):
-    setup.oauth.case_answer = "500"
-    run = setup.upload()
-    line = ("gatr: failed to update the case in the Brimwell Support system : "
-            "refer to the gatr_errors.log for details\n")
-    assert run.stderr == line
-    assert_case_update_failed(run, setup, line)
-    url = setup.oauth.url + CASE_PATH + CASE
-    assert f'{url} returned exit code: (500) {{"message": "internal error"}}' in run.messages()
-
-
-def test_case_service_answering_non_zero_status(setup):
-    setup.oauth.case_answer = "status 1"
-    run = setup.upload()
-    line = f"gatr: update of case number {CASE} failed: {CASE_FAILURE}\n"
-    assert run.stderr == line
-    assert_case_update_failed(run, setup, line)
-    failed = [l for l in run.error_lines if l.message.startswith("update of case number")]
-    assert [(l.status, l.message) for l in failed] == [
-        ("ERROR", f"update of case number {CASE} failed: {CASE_FAILURE}")]
-
-
-def test_case_service_answer_not_json(setup):
-    setup.oauth.case_answer = "not json"
-    run = setup.upload()
-    assert run.stderr.endswith("gatr: failed to load the returned JSON document\n")
-    assert_case_update_failed(run, setup, "gatr: failed to load the returned JSON document\n")
-
-
-def test_case_service_status_zero_is_success_whatever_else_it_holds(setup):
-    setup.oauth.case_answer = "ok with extras"
-    run = setup.upload()
-    assert (run.rc, run.stderr) == (0, "")
-    assert run.stdout.endswith("gatr: \n")
-
-
-def test_connector_key_is_not_in_the_binary_whole():
-    key = build_key().encode()
+def test_the_connector_key_never_stands_whole_in_the_program():
     binary = (STAGE / "gatr").read_bytes()
-    assert key not in binary
-    # The pieces are there, so the search above looks at the right bytes.
-    for i in range(0, 32, 8):
-        assert key[i:i + 8] in binary
+    assert CONNECTOR_KEY not in binary
+    assert all(CONNECTOR_KEY[i:i + 8] in binary for i in range(0, 32, 8))  # the search sees the right bytes

@@ -1,110 +1,77 @@
-// Helpers the unit tests share: a throw-away folder, file writing, running a reference tool,
-// and the error log or the main log held in memory.
+// What the unit tests share: a throw-away folder, an environment guard, a command's output, memory streams.
 #pragma once
-
 #include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
 #include <string>
-
 #include "frame/work.h"
 
-namespace test_support {
+namespace ts {
 
-// A fresh folder under /tmp, removed with its content at the end of the test.
-class TempDir {
-public:
-    TempDir() {
-        char pattern[] = "/tmp/gatr_test_XXXXXX";
-        const char* made = mkdtemp(pattern);
-        if (made != nullptr)
-            path_ = made;
-    }
-    ~TempDir() {
-        std::error_code ignored;
-        if (!path_.empty())
-            std::filesystem::remove_all(path_, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-inline void writeFile(const std::string& path, const std::string& bytes) {
-    FILE* f = fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr) << path;
-    EXPECT_EQ(fwrite(bytes.data(), 1, bytes.size(), f), bytes.size()) << path;
-    EXPECT_EQ(fclose(f), 0) << path;
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return in ? std::string(std::istreambuf_iterator<char>(in), {}) : "<missing>";
 }
 
-// Sets or unsets an environment variable and restores it afterwards.
-class EnvScope {
-public:
-    EnvScope(const char* name, const char* value) : name_(name) {
-        const char* old = getenv(name);
-        if (old != nullptr) saved_ = old, had_ = true;
-        if (value != nullptr) setenv(name, value, 1); else unsetenv(name);
+struct TempDir {  // a fresh folder under /tmp, removed with its content
+    char pattern[32] = "/tmp/gatr_unit_XXXXXX";
+    const std::string path = mkdtemp(pattern) != nullptr ? pattern : throw std::runtime_error("mkdtemp failed");
+    ~TempDir() { std::error_code ignored; std::filesystem::remove_all(path, ignored); }
+    std::string write(const std::string& name, const std::string& bytes) const {  // folders made, path returned
+        std::filesystem::create_directories(std::filesystem::path(path + "/" + name).parent_path());
+        std::ofstream(path + "/" + name, std::ios::binary) << bytes;
+        return path + "/" + name;
     }
-    ~EnvScope() {
-        if (had_) setenv(name_, saved_.c_str(), 1); else unsetenv(name_);
-    }
-    EnvScope(const EnvScope&) = delete;
-    EnvScope& operator=(const EnvScope&) = delete;
-
-private:
-    const char* name_;
-    std::string saved_;
-    bool had_ = false;
 };
 
-// Standard output of a shell command; the test fails if the command does not exit 0.
-inline std::string runCommand(const std::string& command) {
+struct EnvScope {  // sets, or with null unsets, an environment variable until the end of the scope
+    const char* name;
+    const bool had = getenv(name) != nullptr;
+    const std::string saved = had ? getenv(name) : "";
+    EnvScope(const char* n, const char* value) : name(n) { value ? setenv(name, value, 1) : unsetenv(name); }
+    ~EnvScope() { had ? setenv(name, saved.c_str(), 1) : unsetenv(name); }
+};
+
+// Standard output of a shell command, which must exit 0.
+inline std::string run(const std::string& command) {
     std::string output;
     FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        ADD_FAILURE() << "popen failed: " << command;
-        return output;
-    }
     char block[4096];
-    size_t n;
-    while ((n = fread(block, 1, sizeof block, pipe)) > 0)
-        output.append(block, n);
-    EXPECT_EQ(pclose(pipe), 0) << command;
+    for (size_t n; pipe != nullptr && (n = fread(block, 1, sizeof block, pipe)) > 0;) output.append(block, n);
+    EXPECT_TRUE(pipe != nullptr && pclose(pipe) == 0) << command;
     return output;
 }
 
-// Points one of the two logs at a memory buffer for the life of the object, then puts back
-// the stream that was there.
-template <FILE*& Stream>
-class CapturedStream {
-public:
-    CapturedStream() : saved_(Stream) { Stream = open_memstream(&text_, &size_); }
-    ~CapturedStream() {
-        if (Stream != nullptr)
-            fclose(Stream);
-        Stream = saved_;
-        free(text_);
-    }
-    CapturedStream(const CapturedStream&) = delete;
-    CapturedStream& operator=(const CapturedStream&) = delete;
-    std::string text() {
-        fflush(Stream);
-        return std::string(text_, size_);
-    }
-
-private:
-    FILE* saved_;
-    char* text_ = nullptr;
-    size_t size_ = 0;
+struct MemoryStream {  // a stream whose text stays in memory
+    char* data = nullptr;
+    size_t size = 0;
+    FILE* const stream = open_memstream(&data, &size);
+    MemoryStream() = default;
+    MemoryStream(const MemoryStream&) = delete;
+    ~MemoryStream() { fclose(stream); free(data); }
+    std::string text() { fflush(stream); return std::string(data, size); }
 };
 
-using CapturedErrorLog = CapturedStream<work::errorsOs>;
-using CapturedMainLog = CapturedStream<work::logOs>;
+struct ErrorLog : MemoryStream {  // the error log in memory until the end of the scope
+    FILE* const saved = work::errorsOs;
+    ErrorLog() { work::errorsOs = stream; }
+    ~ErrorLog() { work::errorsOs = saved; }
+    std::string messages() {  // the lines without their 66 columns of time, source, line and status
+        std::istringstream lines(text());
+        std::string all;
+        for (std::string line; std::getline(lines, line);) all += (line.size() >= 66 ? line.substr(66) : line) + "\n";
+        return all;
+    }
+};
 
-}  // namespace test_support
+inline std::string written(JsonDocument& doc, json_format_t format = JSON_FORMAT_COMPACT) {
+    MemoryStream out;
+    doc.writeDocument(format, out.stream);
+    return out.text();
+}
+
+}  // namespace ts

@@ -1,138 +1,70 @@
-// String and number helpers: grouping, replacement, case and class tests, splitting.
-#include "common/string_helpers.h"
-
-#include <gtest/gtest.h>
-
+// Number grouping, the string helpers and shell escaping at the edges of their buffers and counts.
 #include <cstring>
-#include <string>
-#include <vector>
+#include "common/shell_escape.h"
+#include "common/string_helpers.h"
+#include "test_support.h"
 
-#include "frame/work.h"
-
-namespace {
-
-struct SeparatorScope {
-    explicit SeparatorScope(char separator) : saved(work::thousandsSeparator) {
-        work::thousandsSeparator = separator;
+TEST(FormatNumber, GroupsDigitsAndNeverWritesPastSize) {
+    const struct { char separator; const char* in; unsigned long size; const char* want; } kCases[] = {
+        {',', "999", 32, "999"}, {',', "1000", 32, "1,000"}, {',', "123456", 32, "123,456"}, {',', "", 32, ""},
+        {',', "1234567", 32, "1,234,567"}, {',', "-1234.5678", 32, "-1,234.5678"}, {',', "+1000", 32, "+1,000"},
+        {',', ".5", 32, ".5"}, {',', "12345678", 9, "12,345,6"}, {',', "-1234", 6, "-1,23"},
+        {',', "1234567890", 11, "1,234,567,"}, {'\0', "1234567", 32, "1"}, {'\0', "-12345.5", 32, "-12"},
+    };
+    const char saved = work::thousandsSeparator;
+    for (const auto& c : kCases) {
+        work::thousandsSeparator = c.separator;  // a NUL separator ends the text after the first group
+        char buffer[40];
+        memset(buffer, '#', sizeof buffer);
+        format_number(strcpy(buffer, c.in), c.size);
+        EXPECT_EQ(c.want, std::string(buffer, strnlen(buffer, c.size))) << c.in << " in " << c.size;
+        EXPECT_EQ('#', buffer[c.size]) << c.in << " in " << c.size;
     }
-    ~SeparatorScope() { work::thousandsSeparator = saved; }
-    char saved;
-};
-
-std::string grouped(const char* text) {
-    char buffer[64] = {};
-    snprintf(buffer, sizeof buffer, "%s", text);
-    return format_number(buffer, sizeof buffer);
+    work::thousandsSeparator = saved;
 }
 
-TEST(FormatNumber, GroupsDigitsWithAComma) {
-    SeparatorScope comma(',');
-    struct Case { const char* in; const char* want; };
-    const Case cases[] = {
-        {"0", "0"},           {"999", "999"},         {"1000", "1,000"},
-        {"123456", "123,456"}, {"1234567", "1,234,567"}, {"-1234.5", "-1,234.5"},
-        {"+1000", "+1,000"},   {".5", ".5"},             {"-.25", "-.25"},
-        {"1234.56789", "1,234.56789"}, {"", ""},
+TEST(StrReplace, ReplacesEveryOccurrenceAndCutsAtSizeLessOne) {
+    const struct { const char *in, *from, *to; unsigned long size; const char* want; } kCases[] = {
+        {"banana", "a", "bb", 32, "bbbnbbnbb"}, {"banana", "a", "bb", 7, "bbbnbb"}, {"banana", "an", "", 32, "ba"},
+        {"aaaa", "aa", "b", 32, "bb"}, {"abc", "zz", "y", 32, "abc"}, {"abc", "", "x", 32, "abc"},
     };
-    for (const Case& c : cases) EXPECT_EQ(c.want, grouped(c.in)) << c.in;
-}
-
-TEST(FormatNumber, WithoutASeparatorTheTextEndsAfterTheFirstGroup) {
-    SeparatorScope none('\0');
-    struct Case { const char* in; const char* want; };
-    const Case cases[] = {{"1234567", "1"}, {"123456", "123"}, {"999", "999"}, {"-12345.5", "-12"}};
-    for (const Case& c : cases) EXPECT_EQ(c.want, grouped(c.in)) << c.in;
-}
-
-TEST(FormatNumber, NeverWritesPastTheBuffer) {
-    SeparatorScope comma(',');
-    char buffer[9] = "12345678";  // grouping needs 10 bytes
-    char guard[4] = "zzz";
-    format_number(buffer, sizeof buffer);
-    EXPECT_EQ(std::string("12,345,6"), std::string(buffer, strnlen(buffer, sizeof buffer)));
-    EXPECT_STREQ("zzz", guard);
-}
-
-TEST(StrIsNumeric, CountsOnlyTheGivenCharacters) {
-    EXPECT_FALSE(str_isnumeric("12a", 3));
-    EXPECT_TRUE(str_isnumeric("12a", 2));
-    EXPECT_TRUE(str_isnumeric("12a", 0));
-    EXPECT_TRUE(str_isnumeric("x", static_cast<unsigned long>(-1)));  // negative as 32 bits
-    EXPECT_FALSE(str_isnumeric("0123456 ", 8));
-    EXPECT_TRUE(str_isnumeric("01234567", 8));
-}
-
-TEST(StrIsAlphanumeric, LettersAndDigitsOnly) {
-    EXPECT_TRUE(str_isalphanumeric("abcXYZ019", 9));
-    EXPECT_FALSE(str_isalphanumeric("ab-c", 4));
-    EXPECT_FALSE(str_isalphanumeric("ab c", 4));
-    EXPECT_TRUE(str_isalphanumeric("", 0));
-}
-
-TEST(StrReplaceText, ReplacesEveryOccurrence) {
-    struct Case { const char* in; const char* from; const char* to; const char* want; };
-    const Case cases[] = {
-        {"banana", "a", "bb", "bbbnbbnbb"},
-        {"banana", "an", "", "ba"},
-        {"aaaa", "aa", "b", "bb"},            // non-overlapping, left to right
-        {"%HOME%/x", "%HOME%", "/root", "/root/x"},
-        {"nothing here", "zz", "y", "nothing here"},
-    };
-    for (const Case& c : cases) {
-        char buffer[64] = {};
-        snprintf(buffer, sizeof buffer, "%s", c.in);
-        unsigned long length = str_replace(buffer, sizeof buffer, c.from, c.to);
-        EXPECT_STREQ(c.want, buffer) << c.in << " " << c.from;
-        EXPECT_EQ(strlen(c.want), length) << c.in << " " << c.from;
+    for (const auto& c : kCases) {
+        char buffer[40];
+        memset(buffer, '#', sizeof buffer);
+        EXPECT_EQ(strlen(c.want), str_replace(strcpy(buffer, c.in), c.size, c.from, c.to)) << c.in << " " << c.size;
+        EXPECT_STREQ(c.want, buffer) << c.in << " " << c.from << " in " << c.size;
     }
 }
 
-TEST(StrReplaceText, CutsTheResultToTheBuffer) {
-    char buffer[16] = "banana";
-    unsigned long length = str_replace(buffer, 7, "a", "bb");
-    EXPECT_STREQ("bbbnbb", buffer);
-    EXPECT_EQ(6u, length);
-    EXPECT_EQ('\0', buffer[7]);
-}
-
-TEST(StrReplaceText, EmptyPatternLeavesTextAlone) {
-    char buffer[16] = "abc";
-    EXPECT_EQ(3u, str_replace(buffer, sizeof buffer, "", "x"));
-    EXPECT_STREQ("abc", buffer);
-}
-
-TEST(StrReplaceCharacter, OnlyWithinCount) {
-    char buffer[] = "a.b.c.d";
-    str_replace(buffer, 4, '.', '_');
-    EXPECT_STREQ("a_b_c.d", buffer);
-}
-
-TEST(StrCase, ChangesOnlyTheFirstN) {
-    char lower[] = "HeLLo World";
-    str_tolower(lower, 5);
-    EXPECT_STREQ("hello World", lower);
-    char upper[] = "eu-west";
-    str_toupper(upper, strlen(upper));
-    EXPECT_STREQ("EU-WEST", upper);
-    char untouched[] = "ABC";
-    str_tolower(untouched, 0);
-    EXPECT_STREQ("ABC", untouched);
-}
-
-TEST(Split, KeepsEmptyPieces) {
-    struct Case { const char* text; const char* delimiter; std::vector<std::string> want; };
-    const Case cases[] = {
-        {"a,,b", ",", {"a", "", "b"}},
-        {"", ",", {""}},
-        {"x", ",", {"x"}},
-        {"a,b,", ",", {"a", "b", ""}},
-        {",a", ",", {"", "a"}},
-        {"one->two->three", "->", {"one", "two", "three"}},
+TEST(StrClassTests, LookAtTheFirstNCharactersOnly) {
+    const auto num = str_isnumeric, alnum = str_isalphanumeric;
+    const unsigned long kMinusOne = static_cast<unsigned long>(-1);  // counts are signed 32-bit: below 1
+    const struct { bool (*test)(const char*, unsigned long); const char* in; unsigned long n; bool want; } kCases[] = {
+        {num, "12a", 3, false}, {num, "12a", 2, true}, {num, "12a", 0, true}, {num, "x", kMinusOne, true},
+        {num, "x", 0x100000000UL, true}, {alnum, "abXY09", 6, true}, {alnum, "ab-c", 4, false}, {alnum, "-", 0, true},
+        {alnum, "ab c", 4, false}, {alnum, "-", kMinusOne, true},
     };
-    for (const Case& c : cases) {
-        std::list<std::string> pieces = split(c.text, c.delimiter);
-        EXPECT_EQ(c.want, std::vector<std::string>(pieces.begin(), pieces.end())) << c.text;
+    for (const auto& c : kCases) EXPECT_EQ(c.want, c.test(c.in, c.n)) << c.in << " " << c.n;
+}
+
+TEST(Split, KeepsEveryEmptyPiece) {
+    const struct { const char* in; const char* delimiter; std::list<std::string> want; } kCases[] = {
+        {"a,,b", ",", {"a", "", "b"}}, {"", ",", {""}}, {"x", ",", {"x"}}, {"a,b,", ",", {"a", "b", ""}},
+        {",a", ",", {"", "a"}}, {"one->two", "->", {"one", "two"}},
+    };
+    for (const auto& c : kCases) EXPECT_EQ(c.want, split(c.in, c.delimiter)) << c.in;
+}
+
+TEST(EscapeForDoubleQuotes, BackslashesTheFourSpecialCharactersAndCutsWhole) {
+    const struct { const char* in; size_t size; const char* want; } kCases[] = {
+        {"/var/log/app$(reboot).log", 64, "/var/log/app\\$(reboot).log"}, {"a\"b\\c`d", 64, "a\\\"b\\\\c\\`d"},
+        {"it's; a|b & <c>*?\n", 64, "it's; a|b & <c>*?\n"}, {"ab$cd", 5, "ab\\$"}, {"abc", 1, ""}, {"", 4, ""},
+        {"abc$d", 5, "abc"},  // "\$" needs two bytes and only one is left
+    };
+    for (const auto& c : kCases) {
+        char buffer[64];
+        memset(buffer, '#', sizeof buffer);
+        EXPECT_EQ(strlen(c.want), escapeForDoubleQuotes(c.in, buffer, c.size)) << c.in << " in " << c.size;
+        EXPECT_STREQ(c.want, buffer) << c.in << " in " << c.size;
     }
 }
-
-}  // namespace
