@@ -3,6 +3,7 @@
 #include "frame/app.h"
 #include "frame/cmdline.h"
 #include "frame/folders.h"
+#include "frame/limits.h"
 #include "frame/logging.h"
 #include "frame/work.h"
 #include "support/hash_command.h"
@@ -14,6 +15,9 @@ int main(int argc, char** argv) {
     checkPermissions();
     createOutputFolder();
     enableErrorLogging(false, argc, argv);
+    // The upload mode reports a missing configuration file in its own words.
+    bool hashing = (work::options & (OPT_HASH_SHA256 | OPT_HASH_SHA1 | OPT_HASH_MD5)) != 0;
+    loadLimits(hashing || (work::options & OPT_UPLOAD_FTP) == 0);
 
     if (work::options & OPT_HASH_SHA256) {
         hashPathname(CRYPTO_SHA256);

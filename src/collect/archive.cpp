@@ -10,6 +10,7 @@
 #include "common/string_helpers.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "common/child_process.h"
 #include "frame/report.h"
 #include "frame/work.h"
 
@@ -124,7 +125,7 @@ int createArchive(bool skip, char* archivePath) {
     buildArchiveCommand(archivePath, work::archiveList, command.get(), COMMAND_SIZE);
     work::archiveList.clear();
 
-    Pipe pipe(command.get(), "r");
+    Pipe pipe(command.get(), work::limits.archiveSeconds);
     if (!pipe) {
         int failure = errno;
         enableErrorLogging(true, 0, nullptr);

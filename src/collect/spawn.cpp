@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <stdexcept>
 
+#include "common/child_process.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
 #include "frame/report.h"
@@ -37,33 +37,7 @@ void logSpawnPopenFailure(const char* command) {
              strerror(error));
 }
 
-/// Copies at most size-1 bytes of [begin, begin+length) into the zeroed buffer.
-void copyBounded(char* buffer, size_t size, const char* begin, size_t length) {
-    if (length > size - 1) length = size - 1;
-    memcpy(buffer, begin, length);
-}
-
 }  // namespace
-
-char* getSpawnedProgram(const char* command, char* buffer, size_t size) {
-    if (buffer == nullptr || size == 0) return buffer;
-    memset(buffer, 0, size);
-    if (command[0] == '"') {
-        const char* closing = strchr(command + 1, '"');
-        if (closing == nullptr) {
-            throw std::runtime_error(_("malformed command: no closing double quote found"));
-        }
-        copyBounded(buffer, size, command + 1, static_cast<size_t>(closing - command - 1));
-    } else {
-        const char* space = strchr(command, ' ');
-        if (space == nullptr) {
-            throw std::runtime_error(_("malformed command: no space after program found"));
-        }
-        copyBounded(buffer, size, command, static_cast<size_t>(space - command));
-    }
-    char* slash = strrchr(buffer, '/');
-    return slash != nullptr ? slash + 1 : buffer;
-}
 
 int spawnProgram(const char* command, const char* path, const char* mode) {
     File output(path, mode);
@@ -72,7 +46,7 @@ int spawnProgram(const char* command, const char* path, const char* mode) {
                  strerror(errno));
         return -1;
     }
-    Pipe pipe(command, "r");
+    Pipe pipe(command);
     if (!pipe) {
         logSpawnPopenFailure(command);
         return -1;
@@ -82,7 +56,8 @@ int spawnProgram(const char* command, const char* path, const char* mode) {
     int status = pipe.close();
     int result = 0;
     if (status != 0) {
-        logSpawnStatus(command, status);
+        // A command stopped at its time limit has its own line already.
+        if (!pipe.timedOut()) logSpawnStatus(command, status);
         result = -1;
     }
     output.close();
@@ -91,7 +66,7 @@ int spawnProgram(const char* command, const char* path, const char* mode) {
 
 int spawnProgram(const char* command, std::list<std::string>& lines) {
     lines.clear();
-    Pipe pipe(command, "r");
+    Pipe pipe(command);
     if (!pipe) {
         logSpawnPopenFailure(command);
         return -1;
@@ -108,6 +83,6 @@ int spawnProgram(const char* command, std::list<std::string>& lines) {
     });
     int status = pipe.close();
     if (status == 0) return 0;
-    logSpawnStatus(command, status);
+    if (!pipe.timedOut()) logSpawnStatus(command, status);
     return -1;
 }

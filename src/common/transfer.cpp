@@ -13,6 +13,7 @@
 #include "common/string_helpers.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "frame/work.h"
 
 namespace {
 
@@ -243,6 +244,11 @@ bool transfer(const char* url, int method, int family, const HeaderList& headers
     curl_easy_setopt(curl, CURLOPT_VERBOSE, verbose ? 1L : 0L);
     if (verbose) curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, traceTransfer);
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, timeout);
+    // A peer that stops moving bytes is given up; a slow line that keeps moving is not.
+    long stall = work::limits.transferStallSeconds;
+    curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, stall);
+    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, stall);
     if (family == AF_INET) {
         curl_easy_setopt(curl, CURLOPT_IPRESOLVE, CURL_IPRESOLVE_V4);
     } else if (family == AF_INET6) {

@@ -18,4 +18,5 @@ const char* ftpRegion = nullptr;
 const char* ftpCaseNumber = nullptr;
 const char* ftpArchiveFileName = nullptr;
 bool hasOrbDebugOn = false;
+RunLimits limits;
 }  // namespace work

@@ -33,26 +33,6 @@ void logFopenFailure(const char* source, unsigned line, const char* path);
 /// is dropped: the report has always shown complete lines only.
 void readCommandLines(FILE* pipe, size_t lineSize, const std::function<void(const char*)>& onLine);
 
-/// RAII owner of a popen stream; close() returns pclose's raw wait status (-1 if not open).
-class Pipe {
-public:
-    Pipe(const char* command, const char* mode) : stream(popen(command, mode)) {}
-    ~Pipe() { close(); }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
-    FILE* get() const { return stream; }
-    explicit operator bool() const { return stream != nullptr; }
-    int close() {
-        if (stream == nullptr) return -1;
-        int status = pclose(stream);
-        stream = nullptr;
-        return status;
-    }
-
-private:
-    FILE* stream;
-};
-
 /// RAII owner of a FILE*.
 class File {
 public:

@@ -37,6 +37,13 @@ constexpr const char* PROGRAM_BUILD_TIME = "2024-07-04T11:25:28Z";
 
 constexpr size_t PATH_SIZE = 4096;
 
+// Time limits of a run, from the "limits" object of the configuration file.
+struct RunLimits {
+    int commandSeconds = 300;        // any program gatr runs, but tar
+    int archiveSeconds = 3600;       // tar
+    int transferStallSeconds = 60;   // a transfer in which no byte moves
+};
+
 namespace work {
 extern uint64_t options;
 extern uint64_t detected;
@@ -54,4 +61,5 @@ extern const char* ftpRegion;
 extern const char* ftpCaseNumber;
 extern const char* ftpArchiveFileName;
 extern bool hasOrbDebugOn;
+extern RunLimits limits;
 }  // namespace work

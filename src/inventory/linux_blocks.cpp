@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "frame/logging.h"
+#include "common/child_process.h"
 #include "frame/report.h"
 #include "frame/work.h"
 
@@ -23,7 +24,7 @@ bool isErrorLine(const char* line) {
 
 bool copyCommandBlock(const char* heading, const char* command, const char* word,
                       LineFilter filter, size_t lineSize) {
-    Pipe pipe(command, "r");
+    Pipe pipe(command);
     if (!pipe) {
         logPopenFailure(LINUX_SOURCE, __LINE__, word);
         return false;
@@ -50,7 +51,7 @@ bool copyCommandToFile(const char* path, const std::function<void(FILE*)>& write
         return false;
     }
     writeHeading(file.get());
-    Pipe pipe(command, "r");
+    Pipe pipe(command);
     if (!pipe) {
         logPopenFailure(LINUX_SOURCE, __LINE__, word);
         return false;

@@ -8,6 +8,7 @@
 
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "common/child_process.h"
 #include "frame/report.h"
 #include "frame/work.h"
 #include "inventory/linux_blocks.h"
@@ -115,7 +116,7 @@ void getDmiInfo() {
     }
     DmiRecord record;
     resetDmiRecord(record);
-    Pipe pipe("dmidecode -t 0,1,2", "r");
+    Pipe pipe("dmidecode -t 0,1,2");
     if (pipe) {
         readCommandLines(pipe.get(), 1024, [&](const char* line) { parseDmiLine(record, line); });
         pipe.close();

@@ -4,6 +4,7 @@
 
 #include "common/shell_escape.h"
 #include "frame/i18n.h"
+#include "common/child_process.h"
 #include "frame/report.h"
 #include "frame/work.h"
 #include "inventory/linux_blocks.h"
@@ -19,7 +20,7 @@ void copyAdapterDetails(const char* address) {
     escapeForDoubleQuotes(address, escaped, sizeof escaped);
     char command[128];
     snprintf(command, sizeof command, "lspci -v -s \"%s\"", escaped);
-    Pipe pipe(command, "r");
+    Pipe pipe(command);
     if (!pipe) return;
     readCommandLines(pipe.get(), 1024,
                      [](const char* line) { fprintf(work::logOs, "  %s", line); });
@@ -32,7 +33,7 @@ bool isProxyLine(const char* line) {
 }  // namespace
 
 void enumerateNetworkingAdapters() {
-    Pipe pipe("lspci | grep -e \"Ethernet controller\" -e \"Network controller\"", "r");
+    Pipe pipe("lspci | grep -e \"Ethernet controller\" -e \"Network controller\"");
     if (!pipe) {
         logPopenFailure(LINUX_SOURCE, __LINE__, "lspci");
         return;

@@ -9,6 +9,7 @@
 
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "common/child_process.h"
 #include "frame/report.h"
 #include "frame/work.h"
 #include "inventory/linux_blocks.h"
@@ -112,7 +113,7 @@ void parseOsReleaseLine(const char* line, char* release) {
 
 const char* getOsRelease(const char* fallback) {
     static char osRelease[RELEASE_SIZE];
-    Pipe pipe("cat /etc/system-release", "r");
+    Pipe pipe("cat /etc/system-release");
     if (!pipe) {
         logPopenFailure(LINUX_SOURCE, __LINE__, "cat");
         return fallback;
@@ -127,7 +128,7 @@ void getCpuInfo() {
     FILE* out = work::logOs;
     int sockets = 0;
     {
-        Pipe pipe("grep -e \"physical id\" /proc/cpuinfo | uniq | wc -l", "r");
+        Pipe pipe("grep -e \"physical id\" /proc/cpuinfo | uniq | wc -l");
         if (!pipe) {
             logPopenFailure(LINUX_SOURCE, __LINE__, "grep");
             writeLabelled(_("Sockets:"), _("n/a"));
@@ -141,8 +142,7 @@ void getCpuInfo() {
     // One line per logical processor: model name|physical id|core id|cpu cores.
     Pipe pipe("grep -e \"physical id\"  -e \"core id\" -e \"model name\" -e \"cpu cores\" "
               "/proc/cpuinfo | cut -d \":\" -f 2- | sed 's/^[ \t]*//' | sed 'N;s/\\n/|/' | "
-              "sed 'N;s/\\n/|/'",
-              "r");
+              "sed 'N;s/\\n/|/'");
     if (!pipe) {
         logPopenFailure(LINUX_SOURCE, __LINE__, "grep");
         blankLine();
@@ -169,7 +169,7 @@ void getCpuInfo() {
 
 void getInstalledKernels() {
     fprintf(work::logOs, "%s\n", _("Installed kernels:"));
-    Pipe pipe("ls -h /boot | grep \"vmlinuz*\" | sort -r", "r");
+    Pipe pipe("ls -h /boot | grep \"vmlinuz*\" | sort -r");
     if (!pipe) {
         logPopenFailure(LINUX_SOURCE, __LINE__, "ls");
         return;

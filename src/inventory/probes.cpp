@@ -11,6 +11,7 @@
 #include "common/string_helpers.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "common/child_process.h"
 #include "frame/report.h"
 
 namespace {
@@ -43,7 +44,7 @@ void formatSize(const struct stat& info, char* buffer, size_t size) {
 int getPid(const char* name) {
     char command[COMMAND_SIZE];
     snprintf(command, sizeof command, "ps -ef | grep -e \"%s\" | grep -v \"grep\"", name);
-    Pipe pipe(command, "r");
+    Pipe pipe(command);
     if (!pipe) {
         logPopenFailure(__FILE__, __LINE__, "ps");
         return -1;
@@ -87,7 +88,7 @@ void getKernelModule(const char* name) {
     writeLog("%s %s\n", _("Kernel module:"), name);
     char command[COMMAND_SIZE];
     snprintf(command, sizeof command, "modinfo %s 2>&1", name);
-    Pipe modinfo(command, "r");
+    Pipe modinfo(command);
     if (!modinfo) {
         logPopenFailure(__FILE__, __LINE__, "modinfo");
         writeRetrievalFailure();
@@ -125,7 +126,7 @@ void getKernelModule(const char* name) {
     }
 
     snprintf(command, sizeof command, "lsmod | grep %s", name);
-    Pipe lsmod(command, "r");
+    Pipe lsmod(command);
     if (!lsmod) {
         logPopenFailure(__FILE__, __LINE__, "lsmod");
         writeLog("  %-18s  %s\n\n", _("status:"), _("state unknown"));
@@ -139,7 +140,7 @@ void getKernelModule(const char* name) {
 std::string getDaemonPackage(const char* name) {
     char command[COMMAND_SIZE];
     snprintf(command, sizeof command, "rpm -q %s", name);
-    Pipe pipe(command, "r");
+    Pipe pipe(command);
     if (!pipe) {
         logPopenFailure(__FILE__, __LINE__, "rpm");
         return std::string();

@@ -12,6 +12,7 @@
 #include "frame/folders.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "common/child_process.h"
 #include "frame/report.h"
 #include "frame/work.h"
 #include "products/orb.h"
@@ -182,7 +183,7 @@ void generateDependencyList() {
         return;
     }
     fprintf(file.get(), "%s\n\n", _("ORB Dependency List"));
-    Pipe pipe("yum deplist orb orb-* kmod-brwvsm-$(uname -r)", "r");
+    Pipe pipe("yum deplist orb orb-* kmod-brwvsm-$(uname -r)");
     if (!pipe) {
         // The message has always named "cat", whatever tool failed to start.
         logPopenFailure(__FILE__, __LINE__, "cat");

@@ -4,9 +4,9 @@
 
 #include <cstddef>
 
+#include "frame/limits.h"
 #include "json/jsonparser.h"
 
-constexpr const char* CONFIG_FILE_NAME = "./etc/gatr_config.json";
 constexpr size_t SERVER_URL_SIZE = 1024;
 
 // One entry of "ftp_servers[]".

@@ -1,0 +1,208 @@
+// Running a program with a bound on everything: its run, the reads of its output and the waits
+// for its end. A tool stuck on a stale network mount must not hold a whole run.
+#include "common/child_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <stdexcept>
+
+#include "frame/i18n.h"
+#include "frame/logging.h"
+#include "frame/work.h"
+
+namespace {
+
+// How long a stopped group gets between TERM and KILL, and after KILL before it is given up
+// (a process in uninterruptible sleep outlives even KILL; we do not wait for it for ever).
+constexpr long long GRACE_MS = 3000;
+
+long long nowMs() {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+/// Copies at most size-1 bytes of [begin, begin+length) into the zeroed buffer.
+void copyBounded(char* buffer, size_t size, const char* begin, size_t length) {
+    if (length > size - 1) length = size - 1;
+    memcpy(buffer, begin, length);
+}
+
+/// Reaps the child if it has ended by `until`; true when it has.
+bool reapBy(Pipe::State& s, long long until) {
+    long long pause = 1;
+    for (;;) {
+        if (s.reaped) return true;
+        int status = 0;
+        pid_t done = waitpid(s.pid, &status, WNOHANG);
+        if (done == s.pid || (done == -1 && errno == ECHILD)) {
+            s.reaped = true;
+            s.status = done == s.pid ? status : -1;
+            return true;
+        }
+        if (done == -1 && errno != EINTR) return false;
+        long long left = until - nowMs();
+        if (left <= 0) return false;
+        struct timespec nap = {0, static_cast<long>((pause < left ? pause : left) * 1000000)};
+        nanosleep(&nap, nullptr);
+        if (pause < 50) pause *= 2;
+    }
+}
+
+/// Stops the child's whole process group: TERM, then KILL when it is still there.
+void stopGroup(Pipe::State& s) {
+    if (s.reaped || s.timedOut) return;
+    s.timedOut = true;
+    kill(-s.pid, SIGTERM);
+    if (reapBy(s, nowMs() + GRACE_MS)) return;
+    kill(-s.pid, SIGKILL);
+    reapBy(s, nowMs() + GRACE_MS);
+}
+
+ssize_t readWithDeadline(void* cookie, char* buffer, size_t size) {
+    auto& s = *static_cast<Pipe::State*>(cookie);
+    for (;;) {
+        long long left = s.deadline - nowMs();
+        if (left <= 0) {
+            stopGroup(s);
+            return 0;
+        }
+        struct pollfd ready = {s.fd, POLLIN, 0};
+        int polled = poll(&ready, 1, static_cast<int>(left > 60000 ? 60000 : left));
+        if (polled < 0 && errno == EINTR) continue;
+        if (polled < 0) return -1;
+        if (polled == 0) continue;
+        ssize_t got = read(s.fd, buffer, size);
+        if (got < 0 && errno == EINTR) continue;
+        return got;
+    }
+}
+
+int closeReadEnd(void* cookie) {
+    auto& s = *static_cast<Pipe::State*>(cookie);
+    int result = ::close(s.fd);
+    s.fd = -1;
+    return result;
+}
+
+/// In the child, before exec: only async-signal-safe calls.
+[[noreturn]] void becomeCommand(const char* command, int out, int report, const char* errorPath) {
+    setpgid(0, 0);
+    signal(SIGPIPE, SIG_DFL);
+    int in = open("/dev/null", O_RDONLY);
+    int err = open(errorPath, O_WRONLY | O_CREAT | O_APPEND, 0600);
+    if (err < 0) err = open("/dev/null", O_WRONLY);
+    if (in < 0 || err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(127);
+    long highest = sysconf(_SC_OPEN_MAX);
+    if (highest < 0 || highest > 65536) highest = 65536;
+    for (int fd = 3; fd < highest; ++fd) {
+        if (fd != report) ::close(fd);
+    }
+    execl("/bin/sh", "sh", "-c", command, static_cast<char*>(nullptr));
+    int error = errno;
+    ssize_t written = write(report, &error, sizeof error);
+    (void)written;
+    _exit(127);
+}
+
+}  // namespace
+
+char* getSpawnedProgram(const char* command, char* buffer, size_t size) {
+    if (buffer == nullptr || size == 0) return buffer;
+    memset(buffer, 0, size);
+    if (command[0] == '"') {
+        const char* closing = strchr(command + 1, '"');
+        if (closing == nullptr) {
+            throw std::runtime_error(_("malformed command: no closing double quote found"));
+        }
+        copyBounded(buffer, size, command + 1, static_cast<size_t>(closing - command - 1));
+    } else {
+        const char* space = strchr(command, ' ');
+        if (space == nullptr) {
+            throw std::runtime_error(_("malformed command: no space after program found"));
+        }
+        copyBounded(buffer, size, command, static_cast<size_t>(space - command));
+    }
+    char* slash = strrchr(buffer, '/');
+    return slash != nullptr ? slash + 1 : buffer;
+}
+
+Pipe::Pipe(const char* command, int limitSeconds) {
+    state.limitSeconds = limitSeconds > 0 ? limitSeconds : work::limits.commandSeconds;
+    try {
+        char program[4096];
+        snprintf(state.program, sizeof state.program, "%s",
+                 getSpawnedProgram(command, program, sizeof program));
+    } catch (const std::runtime_error&) {
+        snprintf(state.program, sizeof state.program, "%s", command);
+    }
+    char errorPath[PATH_SIZE] = "/dev/null";
+    if (work::outputFolder[0] != '\0') {
+        snprintf(errorPath, sizeof errorPath, "%s/logs/%s", work::outputFolder,
+                 CHILD_STDERR_LOG_NAME);
+    }
+    int ends[2];
+    int report[2];  // carries errno back when the shell cannot be started, as popen reports it
+    if (pipe2(ends, O_CLOEXEC) != 0) return;
+    if (pipe2(report, O_CLOEXEC) != 0) {
+        ::close(ends[0]);
+        ::close(ends[1]);
+        return;
+    }
+    fflush(nullptr);  // nothing buffered may be written twice by the child
+    pid_t pid = fork();
+    if (pid == 0) becomeCommand(command, ends[1], report[1], errorPath);
+    int error = errno;
+    ::close(ends[1]);
+    ::close(report[1]);
+    if (pid > 0) {
+        setpgid(pid, pid);  // also here, so that the group exists before any kill
+        ssize_t got;
+        do got = read(report[0], &error, sizeof error); while (got < 0 && errno == EINTR);
+        if (got == static_cast<ssize_t>(sizeof error)) {
+            int status;
+            while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
+            pid = -1;
+        }
+    }
+    ::close(report[0]);
+    if (pid < 0) {
+        ::close(ends[0]);
+        errno = error;
+        return;
+    }
+    state.pid = pid;
+    state.fd = ends[0];
+    state.deadline = nowMs() + static_cast<long long>(state.limitSeconds) * 1000;
+    cookie_io_functions_t io = {readWithDeadline, nullptr, nullptr, closeReadEnd};
+    stream = fopencookie(&state, "r", io);
+    if (stream == nullptr) {
+        ::close(state.fd);
+        stopGroup(state);
+        state.timedOut = false;
+    }
+}
+
+int Pipe::close() {
+    if (closed) return state.status;
+    closed = true;
+    if (state.pid < 0) return -1;
+    if (stream != nullptr) {
+        fclose(stream);
+        stream = nullptr;
+    }
+    if (!reapBy(state, state.deadline)) stopGroup(state);
+    if (state.timedOut) {
+        logError(__FILE__, __LINE__, STATUS_ERROR,
+                 _("call to %s stopped after %d seconds: time limit reached"), state.program,
+                 state.limitSeconds);
+    }
+    return state.reaped ? state.status : -1;
+}

@@ -1,0 +1,50 @@
+// Programs gatr runs: through /bin/sh -c, in a process group of their own, standard input from
+// /dev/null, standard error appended to logs/gatr_stderr.log, and a time limit on each run.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+
+constexpr const char* CHILD_STDERR_LOG_NAME = "gatr_stderr.log";
+
+/// Stores the command's program (the quoted text, or the text before the first blank) in
+/// buffer and returns its base name inside buffer. Throws std::runtime_error for an unclosed
+/// quote or a command without a blank.
+char* getSpawnedProgram(const char* command, char* buffer, size_t size);
+
+/// A running command whose standard output get() reads. When its time limit passes, its process
+/// group is stopped (TERM, then KILL), reading sees end of file, and close() logs "call to %s
+/// stopped after %d seconds: time limit reached" at status ERROR. Closed on every path.
+class Pipe {
+public:
+    /// Starts command; limitSeconds of 0 or less means work::limits.commandSeconds. get() is
+    /// null, with errno set, when the command could not be started.
+    explicit Pipe(const char* command, int limitSeconds = 0);
+    ~Pipe() { close(); }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    FILE* get() const { return stream; }
+    explicit operator bool() const { return stream != nullptr; }
+    /// Stops reading, waits for the command within what is left of its limit, and returns its
+    /// raw wait status; -1 when it never started or could not be reaped.
+    int close();
+    /// Whether the command was stopped for passing its limit.
+    bool timedOut() const { return state.timedOut; }
+
+    // What the reading side and the waits share; public only for the stream's callbacks.
+    struct State {
+        int pid = -1;
+        int fd = -1;
+        int limitSeconds = 0;
+        long long deadline = 0;  // milliseconds on the monotonic clock
+        bool reaped = false;
+        bool timedOut = false;
+        int status = -1;
+        char program[256] = {};
+    };
+
+private:
+    State state;
+    FILE* stream = nullptr;
+    bool closed = false;
+};

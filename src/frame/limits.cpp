@@ -1,0 +1,35 @@
+// The run's time limits: set by the administrator, never hard-coded, so that a slow but healthy
+// server can be given more time and a test can be given less.
+#include "frame/limits.h"
+
+#include <sys/stat.h>
+
+#include "frame/logging.h"
+#include "frame/work.h"
+#include "json/jsonparser.h"
+
+namespace {
+
+void readLimit(JsonDocument& config, const char* path, int& limit) {
+    if (config.getType(path) != JSON_INTEGER) return;
+    int value = config.getValue<int>(path);
+    if (value > 0) limit = value;
+}
+
+}  // namespace
+
+void loadLimits(bool warn) {
+    work::limits = RunLimits();
+    struct stat info;
+    JsonDocument config;
+    if (stat(CONFIG_FILE_NAME, &info) != 0 || config.loadDocument(CONFIG_FILE_NAME) != 0) {
+        if (warn) {
+            logError(__FILE__, __LINE__, STATUS_WARNING,
+                     "failed to load the gatr_config file: default time limits are used");
+        }
+        return;
+    }
+    readLimit(config, "limits->command_seconds", work::limits.commandSeconds);
+    readLimit(config, "limits->archive_seconds", work::limits.archiveSeconds);
+    readLimit(config, "limits->transfer_stall_seconds", work::limits.transferStallSeconds);
+}
