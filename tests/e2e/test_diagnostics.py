@@ -1,6 +1,7 @@
 """The diagnostics run on the recorded server: console, main log, error log, settings and archive
 compared whole with the expected files of each case, written from the report's formats."""
 import calendar
+import json
 import os
 import subprocess
 import time
@@ -8,7 +9,7 @@ from pathlib import Path
 
 import pytest
 
-from conftest import LOGS, OUTPUT, SETTINGS, expect, set_firmware
+from conftest import LOGS, OUTPUT, SETTINGS, expect, section, set_firmware
 
 UNAME = os.uname()
 VALUES = {"version": UNAME.version, "release": UNAME.release, "machine": UNAME.machine}
@@ -113,3 +114,45 @@ def test_installed_package_is_listed_in_the_packages_file(gatr, machine, sandbox
                    env={"HOME": "/root", "PATH": os.environ["PATH"]})
     run = gatr("-s", "-A")
     expect((LOGS / "gatr_packages.log").read_text(), "diagnostics/packages.log")
+
+
+def endless_manifest_command(sandbox):
+    sandbox.write("/opt/Brimwell/watchpost-agent/bin/watchpost-agent", "#!/bin/sh\n", 0o755)
+    sandbox.write("/opt/Brimwell/watchpost-agent/gatr_manifest.json", json.dumps({"Linux": {"archive": {
+        "commands": [{"command": "sh -c 'echo started; exec sleep 100000'",
+                      "file": "./logs/gatr_cmd-endless.log", "mode": "w"}]}}}))
+
+
+STUCK = {  # name: (how the machine holds the run up, the program named, the block it leaves)
+    "df": (lambda s: s.tool("df", "#!/bin/sh\nexec sleep 100000\n"), "df", "STORAGE"),
+    "manifest-command": (endless_manifest_command, "sh", "BRIMWELL WATCHPOST"),
+}
+
+
+@pytest.mark.parametrize("name", STUCK)
+def test_a_program_that_never_ends_is_stopped_at_its_limit_and_the_run_goes_on(gatr, sandbox, machine,
+                                                                                program, name):
+    hold_up, stopped, block = STUCK[name]
+    hold_up(sandbox)
+    config = json.loads((program / "etc/gatr_config.json").read_text())
+    config["limits"]["command_seconds"] = 2
+    (program / "etc/gatr_config.json").write_text(json.dumps(config))
+    run = gatr("-s", timeout=60)
+    assert run.rc == 0 and run.stderr == "" and run.archive.exists()
+    assert f"ERROR                call to {stopped} stopped after 2 seconds: time limit reached\n" \
+        in run.error_log
+    expect(section(run.main_log, block), f"diagnostics/stuck-{name}")
+    assert subprocess.run(["pgrep", "-f", "sleep 100000"], capture_output=True).stdout == b""
+    if name == "manifest-command":
+        assert (LOGS / "gatr_cmd-endless.log").read_text() == "started\n"
+
+
+@pytest.mark.parametrize("config", [None, "{ not json"])
+def test_without_a_readable_configuration_the_run_keeps_default_limits(gatr, machine, program, config):
+    path = program / "etc/gatr_config.json"
+    path.unlink()
+    if config is not None:
+        path.write_text(config)
+    run = gatr("-s", "-A")
+    assert run.rc == 0
+    assert run.error_log.count("failed to load the gatr_config file: default time limits are used") == 1
