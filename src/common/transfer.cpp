@@ -211,6 +211,36 @@ void setMethod(CURL* curl, int method, void* data, const char* userName, const c
     if (password != nullptr) curl_easy_setopt(curl, CURLOPT_PASSWORD, password);
 }
 
+/// Only these schemes leave the machine: a "file://" or "dict://" URL in a configuration file must
+/// never turn an upload into a write to a local file or another protocol.
+bool isSupportedScheme(const char* url) {
+    for (const char* scheme : {"http://", "https://", "ftp://", "ftps://"}) {
+        if (strncasecmp(url, scheme, strlen(scheme)) == 0) return true;
+    }
+    return false;
+}
+
+void refuseScheme(const char* url, char* output, unsigned long outputSize) {
+    logError(__FILE__, __LINE__, STATUS_ERROR, _("call to %s failed: (%lu) %s : %s"),
+             "curl_easy_perform()", static_cast<unsigned long>(CURLE_UNSUPPORTED_PROTOCOL),
+             curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL), url);
+    if (output != nullptr && outputSize != 0) {
+        snprintf(output, outputSize, "%s (%lu)", curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL),
+                 static_cast<unsigned long>(CURLE_UNSUPPORTED_PROTOCOL));
+    }
+}
+
+void limitProtocols(CURL* curl) {
+#if LIBCURL_VERSION_NUM >= 0x075500
+    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https,ftp,ftps");
+    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https,ftp,ftps");
+#else
+    long allowed = CURLPROTO_HTTP | CURLPROTO_HTTPS | CURLPROTO_FTP | CURLPROTO_FTPS;
+    curl_easy_setopt(curl, CURLOPT_PROTOCOLS, allowed);
+    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS, allowed);
+#endif
+}
+
 bool transfer(const char* url, int method, int family, const HeaderList& headers, void* data,
               char* output, unsigned long outputSize, bool verify, bool verbose, long timeout,
               const char* userName, const char* password) {
@@ -218,6 +248,10 @@ bool transfer(const char* url, int method, int family, const HeaderList& headers
     ResponseBuffer response(outputSize != 0 ? outputSize : DEFAULT_RESPONSE_SIZE);
     const long expected = expectedStatus(url);
     long status = 0;
+    if (!isSupportedScheme(url)) {
+        refuseScheme(url, output, outputSize);
+        return false;
+    }
 
     CurlGlobal global;
     CurlHandle handle;
@@ -233,6 +267,10 @@ bool transfer(const char* url, int method, int family, const HeaderList& headers
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errorText);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, mwriteHandler);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &response);
+    limitProtocols(curl);
+    // The backup product's local service is asked directly: its admin token must never pass
+    // through a proxy that the environment names.
+    curl_easy_setopt(curl, CURLOPT_NOPROXY, "localhost,127.0.0.1,::1");
 
     if (strncmp(url, "https:", 6) == 0 || strncmp(url, "ftps:", 5) == 0) {
         curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, verify ? 2L : 0L);

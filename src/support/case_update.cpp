@@ -226,8 +226,10 @@ void updateSalesforceCase(const char* ftpServerUrl) {
              grantType, clientId, clientSecret, userName, password);
     char answer[RESPONSE_SIZE] = {};
     Wiped wipeAnswer(answer, sizeof answer);
+    // The form carries the client secret and the password: only a peer that proves who it is
+    // may have them.
     if (!executeCurl(authenticationUrl, CURL_METHOD_POST, 0, headers, form, answer, sizeof answer,
-                     false, verbose, 0, nullptr, nullptr)) {
+                     true, verbose, 0, nullptr, nullptr)) {
         char message[512] = {};
         snprintf(message, sizeof message, "%s: %s",
                  _("failed to authenticate with the Brimwell Support system"),
@@ -271,7 +273,7 @@ void updateSalesforceCase(const char* ftpServerUrl) {
 
     memset(answer, 0, sizeof answer);
     bool posted = executeCurl(caseUrl, CURL_METHOD_POST, 0, headers, body, answer, sizeof answer,
-                              false, verbose, 0, nullptr, nullptr);
+                              true, verbose, 0, nullptr, nullptr);
     // The header list carries the access token: it goes as soon as it is used.
     OPENSSL_cleanse(authorization, sizeof authorization);
     for (std::string& line : headers) OPENSSL_cleanse(&line[0], line.size());

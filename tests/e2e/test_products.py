@@ -5,6 +5,7 @@ product's run gathers."""
 import json
 import os
 import re
+import socket
 import subprocess
 import time
 from datetime import datetime
@@ -204,3 +205,14 @@ def test_the_shipped_uninstall_script_removes_the_product_and_only_it(machine, s
     calls = Path("/var/opt/calls").read_text() if Path("/var/opt/calls").exists() else ""
     expect(calls, f"products/uninstall-{distribution.strip('%')}.calls")
     assert [p for p in removed + kept if Path(p).exists()] == (kept if known else removed + kept)
+
+
+def test_the_local_service_is_asked_directly_whatever_proxy_the_environment_names(gatr, machine, orb):
+    pid = orb(config=CONFIG)
+    with socket.create_server(("127.0.0.1", 0)) as proxy:
+        proxy.setblocking(False)
+        url = f"http://127.0.0.1:{proxy.getsockname()[1]}"
+        run = gatr("-s", env=dict.fromkeys(("https_proxy", "HTTPS_PROXY", "all_proxy", "http_proxy"), url))
+        with pytest.raises(BlockingIOError):
+            proxy.accept()  # nobody ever called
+    expect(products(run.main_log), "products/orb-rich", pid=pid)

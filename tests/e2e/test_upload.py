@@ -5,6 +5,7 @@ import json
 import os
 import re
 import subprocess
+from pathlib import Path
 
 import pytest
 
@@ -186,6 +187,9 @@ FAILURES = [  # what goes wrong, standard error, the error-log line that says wh
      "call to curl_easy_perform() failed: (7) Couldn't connect to server : {url}"),
     ("ftp refusing", f"gatr: upload of {ARCHIVE} to EU FTP server failed - refer to the gatr_errors.log for details\n",
      "call to curl_easy_perform() failed: (25) Upload failed (at start/before it took off) : {url}"),
+    *[(f"ftp as {scheme}", f"gatr: upload of {ARCHIVE} to EU FTP server failed - refer to the gatr_errors.log for "
+       "details\n", "call to curl_easy_perform() failed: (1) Unsupported protocol : {url}")
+      for scheme in ("file:///var/opt/sink", "scp://127.0.0.1", "dict://127.0.0.1")],
     ("connector missing", "gatr: failed to retrieve the connector configuration file\n" + UPDATE_FAILED,
      "call to curl_easy_perform() failed: (78) Remote file not found : {url}"),
     ("control down", "gatr: failed to retrieve the connector configuration file\n" + UPDATE_FAILED, None),
@@ -199,6 +203,7 @@ FAILURES = [  # what goes wrong, standard error, the error-log line that says wh
     ("token down", AUTHENTICATION_FAILED,
      "call to curl_easy_perform() failed: (7) Couldn't connect to server : http://127.0.0.1:1/token"),
     ("token not JSON", NOT_JSON, None),
+    ("token peer unproven", AUTHENTICATION_FAILED, None),  # a self-signed certificate
     ("case failing", "gatr: failed to update the case in the Brimwell Support system : refer to the "
                      "gatr_errors.log for details\n", '{url} returned exit code: (500) {{"message": "internal"}}'),
     ("case refused", f"gatr: update of case number {CASE} failed: Case {CASE} is closed\n",
@@ -207,11 +212,17 @@ FAILURES = [  # what goes wrong, standard error, the error-log line that says wh
 ]
 
 
-def break_peer(setup, wrong, ftp_service):
+def break_peer(setup, wrong, ftp_service, http_service):
     """Makes the one thing go wrong; returns the URL the error log names."""
     vector = base64.b64encode(bytes(16)).decode()
     oauth, token, case = setup.oauth, setup.oauth.url + TOKEN_PATH, setup.oauth.url + CASE_PATH
-    if wrong == "ftp down":
+    if wrong.startswith("ftp as "):
+        setup.configure([dict(setup.servers[0], url=wrong[7:])] + setup.servers[1:])
+        return f"{wrong[7:]}:{setup.region.port}/{CASE}_{ARCHIVE.name}"
+    if wrong == "token peer unproven":
+        setup.secure = http_service(tls=True)
+        setup.connector(url=setup.secure.url + TOKEN_PATH)
+    elif wrong == "ftp down":
         setup.region.stop()
     elif wrong == "ftp refusing":
         refusing = ftp_service("refusing", read_only=True)
@@ -241,8 +252,8 @@ def break_peer(setup, wrong, ftp_service):
 
 
 @pytest.mark.parametrize("wrong, stderr, logged", FAILURES, ids=[f[0] for f in FAILURES])
-def test_each_failure_ends_with_its_line_and_status_1(setup, ftp_service, wrong, stderr, logged):
-    url = break_peer(setup, wrong, ftp_service)
+def test_each_failure_ends_with_its_line_and_status_1(setup, ftp_service, http_service, wrong, stderr, logged):
+    url = break_peer(setup, wrong, ftp_service, http_service)
     run = setup.upload()
     assert run.rc == 1
     assert run.stderr.endswith(stderr[3:]) if stderr.startswith("...") else run.stderr == stderr
@@ -252,9 +263,11 @@ def test_each_failure_ends_with_its_line_and_status_1(setup, ftp_service, wrong,
     assert setup.uploaded() == (setup.content if uploaded else None)
     assert run.stdout.endswith(f"commencing update of case number {CASE} in the Brimwell Support system\n"
                                if uploaded else "FTP server\n")
-    asked = 0 if not uploaded or wrong.startswith(("connector", "control", "value", "another", "token down")) \
-        else 1 if wrong.startswith("token") else 2
+    asked = 0 if not uploaded or wrong.startswith(("connector", "control", "value", "another", "token down",
+                                                   "token peer")) else 1 if wrong.startswith("token") else 2
     assert len(setup.oauth.requests) == asked
+    assert getattr(setup, "secure", setup.oauth).requests == setup.oauth.requests  # the form never left
+    assert not list(Path("/var/opt").glob("sink*"))
 
 
 def test_a_case_answer_with_status_zero_is_success_whatever_else_it_holds(setup):
