@@ -8,9 +8,11 @@
 #include <dirent.h>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "frame/trusted_paths.h"
 #include "frame/work.h"
 
 namespace {
@@ -94,16 +96,31 @@ void createOutputFolder() {
     memset(work::outputFolder, 0, sizeof work::outputFolder);
     snprintf(work::outputFolder, sizeof work::outputFolder, "%s/Brimwell/%s", "/var/opt",
              PROGRAM_NAME);
+    // What gatr gathers, and what its children write, is for root alone.
+    umask(077);
+    if (!isTrustedPath(work::outputFolder)) {
+        fprintf(stderr, "%s: %s %s: %s\n", PROGRAM_NAME, _("failed to create folder"),
+                work::outputFolder, "a symbolic link that root does not own is on its path");
+        exit(1);
+    }
     makeFolderOrExit(work::outputFolder);
+    chmod(work::outputFolder, 0700);
 
     char logs[PATH_SIZE] = {};
     snprintf(logs, sizeof logs, "%s/logs", work::outputFolder);
+    if (!isTrustedPath(logs)) {
+        // Never emptied through the link: the link itself goes, and a folder takes its place.
+        logError(__FILE__, __LINE__, STATUS_WARNING,
+                 "%s was a symbolic link that root does not own: replaced by a folder", logs);
+        unlink(logs);
+    }
     makeFolderOrExit(logs);
     removeDirectory(logs, false);
 
     snprintf(work::settingsFileName, sizeof work::settingsFileName, "%s/.settings",
              work::outputFolder);
-    if (pathExists(work::settingsFileName) && work::settings.loadDocument(work::settingsFileName) == 0) {
+    if (pathExists(work::settingsFileName) && isTrustedPath(work::settingsFileName) &&
+        work::settings.loadDocument(work::settingsFileName) == 0) {
         return;
     }
     if (work::settings.createDocument(JSON_OBJECT) != 0) {

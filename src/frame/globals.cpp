@@ -19,4 +19,5 @@ const char* ftpCaseNumber = nullptr;
 const char* ftpArchiveFileName = nullptr;
 bool hasOrbDebugOn = false;
 RunLimits limits;
+bool maskSecrets = true;
 }  // namespace work

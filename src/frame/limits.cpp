@@ -20,6 +20,7 @@ void readLimit(JsonDocument& config, const char* path, int& limit) {
 
 void loadLimits(bool warn) {
     work::limits = RunLimits();
+    work::maskSecrets = true;
     struct stat info;
     JsonDocument config;
     if (stat(CONFIG_FILE_NAME, &info) != 0 || config.loadDocument(CONFIG_FILE_NAME) != 0) {
@@ -32,4 +33,7 @@ void loadLimits(bool warn) {
     readLimit(config, "limits->command_seconds", work::limits.commandSeconds);
     readLimit(config, "limits->archive_seconds", work::limits.archiveSeconds);
     readLimit(config, "limits->transfer_stall_seconds", work::limits.transferStallSeconds);
+    // Masking is off only when the file says so in as many words.
+    work::maskSecrets = config.getType("mask_secrets") != JSON_BOOLEAN ||
+                        config.getValue<bool>("mask_secrets");
 }

@@ -1,9 +1,10 @@
-// The run's time limits, read from the configuration file at start.
+// The run's time limits and its masking switch, read from the configuration file at start.
 #pragma once
 
 constexpr const char* CONFIG_FILE_NAME = "./etc/gatr_config.json";
 
 /// Sets work::limits from "limits" in the configuration file; a missing key, or one that is not
 /// a positive whole number, keeps its default. A file that is missing or does not load keeps
-/// every default and, when warn is set, logs one warning.
+/// every default and, when warn is set, logs one warning. Sets work::maskSecrets from
+/// "mask_secrets" (on unless it is false).
 void loadLimits(bool warn);

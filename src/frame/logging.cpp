@@ -5,10 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <ctime>
 #include <unistd.h>
 
 #include "frame/i18n.h"
+#include "frame/masking.h"
 #include "frame/work.h"
 
 const char* const EQUALS_RULE =
@@ -66,8 +68,10 @@ void logError(const char* file, unsigned line, status_t status, const char* form
     va_end(args);
     if (message == nullptr) return;
 
+    std::string text(message);
+    maskLine(text);
     fprintf(work::errorsOs, "%19s %-16.16s [%5.u] %-20.20s %s\n", stamp, source, line, word,
-            message);
+            text.c_str());
     fflush(work::errorsOs);
     free(message);
 }

@@ -8,6 +8,7 @@
 
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "frame/masking.h"
 #include "frame/work.h"
 
 void beginSection(const char* title, bool withRule) {
@@ -58,6 +59,8 @@ void readCommandLines(FILE* pipe, size_t lineSize, const std::function<void(cons
         memset(buffer.get(), 0, lineSize);
         if (fgets(buffer.get(), static_cast<int>(lineSize), pipe) == nullptr) break;
         if (feof(pipe)) break;
+        // Gathered text never carries a secret value onwards, whoever reads the line next.
+        maskLineInPlace(buffer.get(), lineSize);
         onLine(buffer.get());
     }
 }

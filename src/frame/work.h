@@ -62,4 +62,5 @@ extern const char* ftpCaseNumber;
 extern const char* ftpArchiveFileName;
 extern bool hasOrbDebugOn;
 extern RunLimits limits;
+extern bool maskSecrets;  // "mask_secrets" of the configuration file; on unless support asks
 }  // namespace work

@@ -2,10 +2,13 @@
 #include "products/orb_rest.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "common/transfer.h"
 #include "frame/logging.h"
+#include "frame/masking.h"
 #include "frame/report.h"
 #include "frame/work.h"
 
@@ -80,7 +83,22 @@ void keepOrbAnswer(JsonDocument& document, const OrbEndpoint& endpoint) {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     snprintf(path, sizeof path, endpoint.keptFile, work::outputFolder, PROGRAM_NAME);
 #pragma GCC diagnostic pop
-    if (document.writeDocument(JSON_FORMAT_PRETTY, path) != 0) return;
+    // A kept answer may hold the mail server's password: it is masked before it is written.
+    char* text = nullptr;
+    size_t length = 0;
+    FILE* memory = open_memstream(&text, &length);
+    if (memory == nullptr) return;
+    int written = document.writeDocument(JSON_FORMAT_PRETTY, memory);
+    fclose(memory);
+    std::string kept(text != nullptr ? text : "", length);
+    free(text);
+    if (written != 0) return;
+    maskConfiguration(kept);
+    File file(path, "w");
+    if (!file || fwrite(kept.data(), 1, kept.size(), file.get()) != kept.size() || file.close() != 0) {
+        logFopenFailure(__FILE__, __LINE__, path);
+        return;
+    }
     logError(__FILE__, __LINE__, STATUS_DEBUG, "%s", path);
     work::archiveList.push_back(path);
 }
