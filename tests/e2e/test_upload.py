@@ -61,9 +61,10 @@ class Setup:
     def server(region, ftp, url="ftp://127.0.0.1"):
         return {"region": region, "url": url, "port": ftp.port, "use_secure": False}
 
-    def configure(self, servers, control=2):
+    def configure(self, servers, control=2, stall=None):
+        limits = {"limits": {"transfer_stall_seconds": stall}} if stall else {}
         (PROGRAM / "etc/gatr_config.json").write_text(
-            json.dumps({"ftp_servers": servers, "control_ftp_server": control}))
+            json.dumps({"ftp_servers": servers, "control_ftp_server": control, **limits}))
 
     def connector(self, url=None, key=CONNECTOR_KEY, **overrides):
         document = {"authentication_url": url or self.oauth.url + TOKEN_PATH, "grant_type": "password"}
@@ -252,6 +253,27 @@ def test_each_failure_ends_with_its_line_and_status_1(setup, ftp_service, wrong,
     asked = 0 if not uploaded or wrong.startswith(("connector", "control", "value", "another", "token down")) \
         else 1 if wrong.startswith("token") else 2
     assert len(setup.oauth.requests) == asked
+
+
+STALL_SECONDS = 3
+
+
+@pytest.mark.parametrize("stalling, stderr", [
+    ("ftp", f"gatr: upload of {ARCHIVE} to EU FTP server failed - refer to the gatr_errors.log for details\n"),
+    ("token", AUTHENTICATION_FAILED)])
+def test_a_peer_that_stops_midway_ends_the_upload_within_the_stall_limit(setup, sandbox, ftp_service, stalling,
+                                                                         stderr):
+    if stalling == "ftp":
+        stuck = ftp_service("stuck", stall_after=64 << 10)
+        setup.configure([setup.server("EU", stuck)] + setup.servers[1:], stall=STALL_SECONDS)
+        sandbox.write(ARCHIVE, os.urandom(32 << 20))  # more than loopback's socket buffers take in
+    else:
+        setup.configure(setup.servers, stall=STALL_SECONDS)
+        setup.oauth.answer(TOKEN_PATH, "{}", delay=600)
+    run = setup.upload()
+    assert (run.rc, run.stderr) == (1, stderr)
+    assert "call to curl_easy_perform() failed: (28) " in run.error_log
+    assert run.ended - run.started < STALL_SECONDS + 20  # a bound on the wait, not a speed
 
 
 def test_a_case_answer_with_status_zero_is_success_whatever_else_it_holds(setup):
