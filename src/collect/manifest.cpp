@@ -188,12 +188,18 @@ void processManifestFile(const char* pattern, const char* installFolder, int /*i
     }
     *slash = '\0';
     const char* folder = expanded;
-    // "/x*" lists the root folder; its entries still come out as "/entry".
-    const char* listed = folder[0] != '\0' ? folder : "/";
+    // Every entry of the root folder is a whole tree (/proc, /sys, /dev among them): packing
+    // them would never end, so no pattern may list it.
+    if (strspn(folder, "/") == strlen(folder)) {
+        *slash = '/';
+        logError(__FILE__, __LINE__, STATUS_ERROR,
+                 _("file pattern %s lists the root folder - pattern skipped"), expanded);
+        return;
+    }
 
     NamePattern match(name);
     std::vector<std::string> entries;
-    getDirectoryList(listed, entries);
+    getDirectoryList(folder, entries);
     char path[PATH_SIZE];
     for (const std::string& entry : entries) {
         if (!match.matches(entry)) continue;

@@ -19,7 +19,9 @@ int32_t countOf(unsigned long n) { return static_cast<int32_t>(static_cast<uint3
 
 char* format_number(char* buffer, unsigned long size) {
     if (buffer == nullptr || size == 0 || buffer[0] == '\0') return buffer;
-    std::unique_ptr<char[]> scratch(new (std::nothrow) char[size]);
+    // One byte more than the buffer: text without a sign may fill all size bytes unterminated,
+    // and its copy still needs a terminator.
+    std::unique_ptr<char[]> scratch(new (std::nothrow) char[size + 1]);
     if (!scratch) return buffer;
 
     char* out = buffer;

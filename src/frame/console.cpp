@@ -12,23 +12,24 @@ namespace {
 
 constexpr int BAR_WIDTH = 70;
 
-/// Reads one answer line into buffer without its line feed. A line longer than the buffer
-/// is read to its end and kept cut, so its tail is never taken for the next answer. At the
-/// end of input the answer is empty.
-void readAnswer(char* buffer, size_t size) {
+/// Reads one answer line into buffer without its line feed; false, with an empty answer, at
+/// the end of input. A line longer than the buffer is read to its end and kept cut, so its
+/// tail is never taken for the next answer.
+bool readAnswer(char* buffer, size_t size) {
     buffer[0] = '\0';
     if (std::fgets(buffer, static_cast<int>(size), stdin) == nullptr) {
         buffer[0] = '\0';
-        return;
+        return false;
     }
     size_t length = std::strlen(buffer);
     if (length > 0 && buffer[length - 1] == '\n') {
         buffer[length - 1] = '\0';
-        return;
+        return true;
     }
     int c;
     while ((c = std::getchar()) != EOF && c != '\n') {
     }
+    return true;
 }
 
 /// True when answer, over its own length, is the beginning of word.
@@ -66,7 +67,8 @@ int getUserConfirmation() {
         std::printf("%s: ", _("Do you wish to proceed y[es] or n[o]?"));
         std::fflush(stdout);
         char answer[256];
-        readAnswer(answer, sizeof answer);
+        // Nobody is left to answer once input has ended: asking again would loop for ever.
+        if (!readAnswer(answer, sizeof answer)) return 0;
         for (char* c = answer; *c != '\0'; ++c) {
             *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
         }

@@ -7,6 +7,6 @@
 void setProgressBar(int percent);
 
 /// Asks "Do you wish to proceed y[es] or n[o]?" until the answer is a beginning of the
-/// translated "yes" (returns 1) or "no" (returns 0), in any case. Asks again, without end,
-/// for anything else, including an empty answer at the end of standard input. Never logs.
+/// translated "yes" (returns 1) or "no" (returns 0), in any case; asks again for anything
+/// else. The end of standard input is a "no" (returns 0). Never logs.
 int getUserConfirmation();

@@ -20,6 +20,10 @@ const char* const DASH_RULE =
 
 namespace {
 
+// A message shown on the console before the error log exists is cut to this size: room for two
+// paths and the reason.
+constexpr size_t ERROR_LINE_SIZE = 2 * PATH_SIZE + 256;
+
 const char* statusWord(status_t status) {
     switch (status) {
     case STATUS_INFORMATION: return _("information");
@@ -45,9 +49,14 @@ char* getVariableMsg(const char* format, va_list args) {
 
 void logError(const char* file, unsigned line, status_t status, const char* format, ...) {
     if (work::errorsOs == nullptr) {
-        // Before the error log exists the raw text is all there is to show; the arguments
-        // may point at data that is not ready yet, so they are left out.
-        fprintf(stderr, "%s: %s\n", PROGRAM_NAME, format);
+        // Before the error log exists the console is the only place the message can go; it
+        // names the same path or reason the log line would, or it says nothing useful.
+        char message[ERROR_LINE_SIZE] = {};
+        va_list args;
+        va_start(args, format);
+        vsnprintf(message, sizeof message, format, args);
+        va_end(args);
+        fprintf(stderr, "%s: %s\n", PROGRAM_NAME, message);
         return;
     }
     char stamp[80] = {};

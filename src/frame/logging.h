@@ -11,8 +11,8 @@ enum status_t : int {
     STATUS_DEBUG = 4
 };
 
-/// Appends one line to the error log; before it is open, prints "gatr: <raw format>" to
-/// standard error. Never exits.
+/// Appends one line to the error log; before it is open, prints "gatr: <message>" to standard
+/// error instead (cut to two paths' length). Never exits.
 void logError(const char* file, unsigned line, status_t status, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 

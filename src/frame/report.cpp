@@ -16,10 +16,13 @@ void beginSection(const char* title, bool withRule) {
     if (work::logOs == nullptr) return;
     if (withRule) fprintf(work::logOs, "%s\n", DASH_RULE);
     fprintf(work::logOs, "%s\n\n", title);
+    fflush(work::logOs);
 }
 
 void endSection(const char* title) {
     logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s %s", title, "section completed");
+    // A run killed later still leaves every finished section readable in the main log.
+    if (work::logOs != nullptr) fflush(work::logOs);
 }
 
 void writeLog(const char* format, ...) {

@@ -8,9 +8,9 @@
 
 /// Logs "<title> section commenced" and writes the rule (unless withRule is false: the first
 /// section follows the log header's own rule) and "<title>\n\n" to the main log.
-/// The title is translated by the caller.
+/// The title is translated by the caller. The main log is flushed.
 void beginSection(const char* title, bool withRule = true);
-/// Logs "<title> section completed".
+/// Logs "<title> section completed" and flushes the main log.
 void endSection(const char* title);
 
 /// Writes printf-style text to the main log; nothing when the main log is not open.

@@ -35,6 +35,35 @@ bool endsWith(const char* name, const char* text) {
     return textLength <= nameLength && memcmp(name + nameLength - textLength, text, textLength) == 0;
 }
 
+// Writes name into shown with "\\" for each backslash and "\n" for each line feed, cut to
+// size; true when anything needed escaping. A line of the checksum tools' layout then cannot
+// be forged by a file name, and their check mode reads the name back as it is.
+bool escapeName(const char* name, char* shown, size_t size) {
+    bool escaped = false;
+    size_t used = 0;
+    for (const char* c = name; *c != '\0' && used + 2 < size; ++c) {
+        if (*c == '\\' || *c == '\n') {
+            shown[used++] = '\\';
+            shown[used++] = *c == '\n' ? 'n' : '\\';
+            escaped = true;
+        } else {
+            shown[used++] = *c;
+        }
+    }
+    shown[used] = '\0';
+    return escaped;
+}
+
+// True (logged) for a FIFO, socket or device, or a link to one: opening a FIFO waits for a
+// writer, and a device such as /dev/zero never ends. Folders keep failing on their first read.
+bool skipSpecialFile(const char* path) {
+    struct stat status;
+    if (stat(path, &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))
+        return false;
+    logError(__FILE__, __LINE__, STATUS_ERROR, _("%s is not a regular file: skipped"), path);
+    return true;
+}
+
 }  // namespace
 
 HashPattern classifyHashPattern(const char* pattern) {
@@ -82,6 +111,8 @@ bool matchesHashPattern(const HashPattern& pattern, const char* name) {
 }
 
 void hashFile(crypto_type_t type, const char* path) {
+    if (skipSpecialFile(path))
+        return;
     char hash[SHA256_HASH_SIZE] = {};
     Crypto crypto;
     int result = -1;
@@ -96,7 +127,10 @@ void hashFile(crypto_type_t type, const char* path) {
     }
     if (result != 0)
         return;
-    printf("%s  %s\n", hash, path);
+    char shown[2 * PATH_SIZE] = {};
+    bool escaped = escapeName(path, shown, sizeof shown);
+    // The checksum tools mark a line whose name is escaped with a leading backslash.
+    printf("%s%s  %s\n", escaped ? "\\" : "", hash, shown);
     // Line by line, so that a reader of a long walk sees each file as soon as it is done.
     fflush(stdout);
 }

@@ -33,7 +33,8 @@ bool matchesHashPattern(const HashPattern& pattern, const char* name);
 /// "folder/pattern" over one folder level in directory order. Returns normally, or prints
 /// "gatr: file does not exist" to standard error and exits 1 when a plain path is missing.
 void hashPathname(crypto_type_t type);
-/// Prints "<hash>  <path>" on standard output and flushes it; prints nothing when the file
-/// cannot be hashed (the reason is in the error log). An unknown type is logged as FATAL,
-/// printed to standard error and ends the process with status 1.
+/// Prints "<hash>  <path>" on standard output and flushes it, a backslash or line feed in the
+/// path escaped as the common checksum tools do; prints nothing when the file cannot be hashed
+/// or is a FIFO, socket or device, never opened (the reason is in the error log). An unknown
+/// type is logged as FATAL, printed to standard error and ends the process with status 1.
 void hashFile(crypto_type_t type, const char* path);

@@ -88,7 +88,9 @@ void uploadToFtp() {
         failWith(_("case number must be eight digits (including leading zeroes)"));
     }
     struct stat info;
-    if (stat(work::ftpArchiveFileName, &info) != 0) failWith(_("archive file does not exist"));
+    // A folder would go up as 0 bytes and still be recorded in the case as the archive.
+    if (stat(work::ftpArchiveFileName, &info) != 0 || !S_ISREG(info.st_mode))
+        failWith(_("archive file does not exist"));
 
     snprintf(regionUpper, sizeof regionUpper, "%s", work::ftpRegion);
     str_toupper(regionUpper, strlen(regionUpper));

@@ -16,7 +16,8 @@ Fixtures
 - machine: the recorded server of data/machine: release file, firmware (dmidecode), CPUs, kernels
   in /boot, disks, adapters, repositories, /etc/environment, /var/log/messages.
 - gatr: gatr(*args, env=None, user=None, stdin=None, hostname="BACKUP01", timeout=120) -> Run.
-- expect(text, name, **values): compares text whole with the expected file expected/<name>.
+- expect(text, name, upto=None, **values): compares text whole with the expected file
+  expected/<name> (or its beginning, to the end of upto).
 """
 import base64
 import difflib
@@ -58,16 +59,19 @@ PATTERNS = {"*": r"[^\n]*", "time": r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d", "line": r
             "stamp": r"\d{8}T\d{4}Z"}
 
 
-def expect(text, name, **values):
-    """Compares text whole with expected/<name>. In the file, {*} stands for any text within a
-    line, {time} for an error-log time stamp, {line} for its source line number, {stamp} for an
-    archive's time stamp, and {key} for values[key]."""
+def expect(text, name, upto=None, **values):
+    """Compares text whole with expected/<name>, or with its beginning to the end of the first
+    upto in it: what a run cut short there has written. In the file, {*} stands for any text
+    within a line, {time} for an error-log time stamp, {line} for its source line number,
+    {stamp} for an archive's time stamp, and {key} for values[key]."""
     if not (HERE / "expected" / name).exists():
         # Shown whole, so that a new case's output can be reviewed against the format it
         # must follow before it becomes the expected file.
         encoded = base64.b64encode((text or "").encode()).decode()
         pytest.fail(f"expected/{name} is missing; the output was:\nMISSING {name} {encoded}")
     template = (HERE / "expected" / name).read_bytes().decode()
+    if upto is not None:
+        template = template[:template.index(upto) + len(upto)]
     parts = re.split(r"\{(\w+|\*)\}", template)
     pattern = ""
     for i, part in enumerate(parts):

@@ -9,9 +9,10 @@
       service.requests: [Request(method, path, headers, body)]; service.url, service.port
   unknown paths get 404; with service.token set, a request to a path outside service.public
   whose Authorization header is not that value gets 401. Servers stop at the end of the test.
-- ftp_service (fixture): ftp_service(name, read_only=False, read_limit=0) starts a real FTP
-  server (pyftpdlib) in its own process: anonymous users write into .upload (unless
-  read_only; at most read_limit bytes a second when given), the user "gatr" reads .control.
+- ftp_service (fixture): ftp_service(name, read_only=False, read_limit=0, stall_after=0) starts a
+  real FTP server (pyftpdlib) in its own process: anonymous users write into .upload (unless
+  read_only; at most read_limit bytes a second when given; an upload stops being read, its
+  connection left open, once stall_after bytes are in), the user "gatr" reads .control.
 """
 import subprocess
 import sys
@@ -115,12 +116,12 @@ def http_service(certificate):
 
 
 class FtpServer:
-    def __init__(self, folder: Path, read_only=False, read_limit=0):
+    def __init__(self, folder: Path, read_only=False, read_limit=0, stall_after=0):
         self.upload, self.control = folder / "upload", folder / "control"
         self.upload.mkdir(parents=True)
         self.control.mkdir()
         self.process = subprocess.Popen([sys.executable, __file__, str(folder), str(int(read_only)),
-                                         str(read_limit)], stdout=subprocess.PIPE, text=True)
+                                         str(read_limit), str(stall_after)], stdout=subprocess.PIPE, text=True)
         self.port = int(self.process.stdout.readline())
 
     def stop(self):
@@ -132,8 +133,8 @@ class FtpServer:
 def ftp_service(tmp_path):
     started = []
 
-    def start(name="ftp", read_only=False, read_limit=0):
-        started.append(FtpServer(tmp_path / name, read_only, read_limit))
+    def start(name="ftp", read_only=False, read_limit=0, stall_after=0):
+        started.append(FtpServer(tmp_path / name, read_only, read_limit, stall_after))
         return started[-1]
 
     yield start
@@ -141,9 +142,9 @@ def ftp_service(tmp_path):
         server.stop()
 
 
-def _serve_ftp(folder, read_only, read_limit):
+def _serve_ftp(folder, read_only, read_limit, stall_after):
     from pyftpdlib.authorizers import DummyAuthorizer
-    from pyftpdlib.handlers import FTPHandler, ThrottledDTPHandler
+    from pyftpdlib.handlers import DTPHandler, FTPHandler, ThrottledDTPHandler
     from pyftpdlib.servers import FTPServer
 
     authorizer = DummyAuthorizer()
@@ -153,6 +154,14 @@ def _serve_ftp(folder, read_only, read_limit):
     if int(read_limit):
         ThrottledDTPHandler.read_limit = int(read_limit)
         FTPHandler.dtp_handler = ThrottledDTPHandler
+    if int(stall_after):
+        class StallingDTPHandler(DTPHandler):
+            def handle_read(self):
+                super().handle_read()
+                if self.tot_bytes_received >= int(stall_after):
+                    time.sleep(3600)  # this server's only loop stops: the upload is neither read nor closed
+            handle_read_event = handle_read  # the name the loop calls, bound to the base's method
+        FTPHandler.dtp_handler = StallingDTPHandler
     import logging
     logging.getLogger("pyftpdlib").setLevel(logging.WARNING)
     server = FTPServer(("127.0.0.1", 0), FTPHandler)

@@ -77,9 +77,9 @@ def test_started_through_the_search_path_the_program_keeps_the_working_directory
 
 
 STARTUP_FAILURES = [  # what stands in the way, standard error
-    ("/var/opt/Brimwell", "gatr: mkdir on %s failed: %s\n\n"
+    ("/var/opt/Brimwell", "gatr: mkdir on /var/opt/Brimwell/gatr failed: Not a directory\n\n"
                           "gatr: failed to create folder /var/opt/Brimwell/gatr: Not a directory\n"),
-    (OUTPUT / "logs", "gatr: %s\n"  # the folder cannot be emptied, and the error log is not open yet
+    (OUTPUT / "logs", f"gatr: Invalid Handle for file {LOGS}\n\n"  # cannot be emptied; no error log yet
                       f"gatr: unable to open file {LOGS}/gatr_errors.log: Not a directory\n"),
     (LOGS / "gatr_errors.log/x", f"gatr: unable to open file {LOGS}/gatr_errors.log: Is a directory\n"),
 ]
@@ -107,7 +107,8 @@ def test_old_logs_are_emptied_but_full_subfolders_and_a_readable_settings_file_s
 
 @pytest.mark.parametrize("broken, stderr", [
     ('{"version": 1', ""),  # refused for its shape, without a word
-    ('{"version" 1}', "gatr: %s: %s\n"),  # the parser speaks before the error log exists
+    ('{"version" 1}', "gatr: exception caught: JsonDocument::JsonNode::makeNode(): malformed document: "
+                      "missing a colon between the name/value pair\n"),  # before the error log exists
     ("", ""),
 ])
 def test_corrupted_settings_file_is_replaced(gatr, sandbox, machine, broken, stderr):

@@ -95,6 +95,18 @@ def test_diagnostics_run(gatr, sandbox, machine, name):
     assert not [p for p in Path("/var/opt").glob("pwned*")]
 
 
+def test_a_run_killed_mid_section_leaves_both_logs_whole_up_to_that_section(gatr, sandbox, machine):
+    # df, the first command of STORAGE, kills gatr, whatever shell runs it in between.
+    sandbox.tool("df", '#!/bin/sh\np=$PPID\nwhile [ "$p" -gt 1 ]; do\n'
+                       '  [ "$(cat /proc/$p/comm)" = gatr ] && kill -KILL "$p" && exit 0\n'
+                       "  p=$(cut -d' ' -f4 /proc/$p/stat)\ndone\nexit 1\n")
+    run = gatr("-s", "-A")
+    assert run.rc == -9
+    expect(run.main_log, "diagnostics/silent-no-archive/main.log", upto="STORAGE\n\n", **VALUES)
+    expect(run.error_log, "diagnostics/silent-no-archive/errors.log", upto="STORAGE section commenced\n",
+           **VALUES)
+
+
 def test_settings_of_an_earlier_run_are_kept_unless_a_section_sets_them(gatr, machine, sandbox):
     sandbox.write(SETTINGS, '{"version": 1, "last_archive_file": "/var/opt/old.tar.gz", "custom": '
                             '[1, 2], "system": {"kernel": "2.6.32", "role": "kept"}, "products": '

@@ -2,6 +2,7 @@
 same files, and the mode's edges, one table each."""
 import os
 import random
+import socket
 import subprocess
 
 import pytest
@@ -73,3 +74,34 @@ EDGES = [  # arguments, status, what is printed (a function of nothing), standar
 def test_edges_of_the_hash_mode(gatr, tree, args, status, printed, stderr):
     run = gatr("--hash", *args)
     assert (run.rc, run.stdout, run.stderr) == (status, printed(), stderr)
+
+
+SPECIAL = ["fifo", "socket", "zero"]  # a FIFO, a socket and a link to /dev/zero, each never opened
+
+
+@pytest.fixture
+def odd_folder(sandbox):
+    folder = "/opt/odd"
+    for name, data in {"plain.log": b"x\n", "new\nline.log": b"forged?\n", "back\\slash": b"b\n", "empty": b""}.items():
+        sandbox.write(f"{folder}/{name}", data)
+    os.mkfifo(f"{folder}/fifo")
+    socket.socket(socket.AF_UNIX).bind(f"{folder}/socket")  # the name stays when the socket goes
+    os.symlink("/dev/zero", f"{folder}/zero")
+    return folder
+
+
+@pytest.mark.parametrize("algorithm", ["sha256", "md5"])
+@pytest.mark.parametrize("target", ["", "*", *SPECIAL])
+def test_only_regular_files_are_read_and_odd_names_are_escaped(gatr, odd_folder, algorithm, target):
+    run = gatr("--hash", algorithm, f"{odd_folder}/{target}", timeout=60)
+    walked = target in ("", "*")
+    files = [f"{odd_folder}/{n}" for n in os.listdir(odd_folder) if walked and os.path.isfile(f"{odd_folder}/{n}")]
+    assert (run.rc, run.stderr) == (0, "")
+    assert run.stdout == (tools(algorithm, *files) if files else "")
+    if files:
+        check = subprocess.run([TOOLS[algorithm], "-c", "--strict"], input=run.stdout.encode(), capture_output=True)
+        assert (check.returncode, check.stderr) == (0, b"")
+    skipped = [line.split(" ERROR ", 1)[1].strip() for line in run.error_log.splitlines()
+               if line.endswith(" is not a regular file: skipped")]
+    assert sorted(skipped) == [f"{odd_folder}/{n} is not a regular file: skipped" for n in SPECIAL
+                               if walked or n == target]

@@ -4,6 +4,7 @@ import base64
 import json
 import os
 import re
+import socket
 import subprocess
 from pathlib import Path
 
@@ -61,9 +62,10 @@ class Setup:
     def server(region, ftp, url="ftp://127.0.0.1"):
         return {"region": region, "url": url, "port": ftp.port, "use_secure": False}
 
-    def configure(self, servers, control=2):
+    def configure(self, servers, control=2, stall=None):
+        limits = {"limits": {"transfer_stall_seconds": stall}} if stall else {}
         (PROGRAM / "etc/gatr_config.json").write_text(
-            json.dumps({"ftp_servers": servers, "control_ftp_server": control}))
+            json.dumps({"ftp_servers": servers, "control_ftp_server": control, **limits}))
 
     def connector(self, url=None, key=CONNECTOR_KEY, **overrides):
         document = {"authentication_url": url or self.oauth.url + TOKEN_PATH, "grant_type": "password"}
@@ -157,6 +159,8 @@ CHECKS = [  # what is wrong, arguments, standard error
     ("case number before archive", {"case": "123", "archive": "/none"},
      "gatr: case number must be eight digits (including leading zeroes)\n"),
     ("archive missing", {"archive": "/var/opt/none.tar.gz"}, "gatr: archive file does not exist\n"),
+    *[("archive a " + k, {"archive": a}, "gatr: archive file does not exist\n")  # not a plain file, so none
+      for k, a in (("folder", "/var/opt"), ("socket", "/var/opt/archive.sock"), ("device", "/dev/zero"))],
 ]
 
 
@@ -169,17 +173,11 @@ def test_each_check_fails_with_its_line_before_anything_is_sent(setup, wrong, ar
         config.write_text('{"ftp_servers": [')
     elif wrong == "no servers":
         setup.configure([])
+    elif wrong == "archive a socket":
+        socket.socket(socket.AF_UNIX).bind(args["archive"])  # the name stays when the socket goes
     run = setup.upload(**args)
     assert (run.rc, run.stdout, run.stderr) == (1, "", stderr)
     assert (list(setup.region.upload.iterdir()), setup.oauth.requests) == ([], [])
-
-
-def test_an_archive_that_exists_but_cannot_be_opened(setup, tmp_path):
-    import socket
-    with socket.socket(socket.AF_UNIX) as listener:
-        listener.bind(str(tmp_path / "archive.sock"))
-        run = setup.upload(archive=tmp_path / "archive.sock")
-    assert (run.rc, run.stderr) == (1, f"gatr: unable to open file {tmp_path}/archive.sock: No such device or address\n")
 
 
 FAILURES = [  # what goes wrong, standard error, the error-log line that says why ({url}: the peer)
@@ -268,6 +266,27 @@ def test_each_failure_ends_with_its_line_and_status_1(setup, ftp_service, http_s
     assert len(setup.oauth.requests) == asked
     assert getattr(setup, "secure", setup.oauth).requests == setup.oauth.requests  # the form never left
     assert not list(Path("/var/opt").glob("sink*"))
+
+
+STALL_SECONDS = 3
+
+
+@pytest.mark.parametrize("stalling, stderr", [
+    ("ftp", f"gatr: upload of {ARCHIVE} to EU FTP server failed - refer to the gatr_errors.log for details\n"),
+    ("token", AUTHENTICATION_FAILED)])
+def test_a_peer_that_stops_midway_ends_the_upload_within_the_stall_limit(setup, sandbox, ftp_service, stalling,
+                                                                         stderr):
+    if stalling == "ftp":
+        stuck = ftp_service("stuck", stall_after=64 << 10)
+        setup.configure([setup.server("EU", stuck)] + setup.servers[1:], stall=STALL_SECONDS)
+        sandbox.write(ARCHIVE, os.urandom(32 << 20))  # more than loopback's socket buffers take in
+    else:
+        setup.configure(setup.servers, stall=STALL_SECONDS)
+        setup.oauth.answer(TOKEN_PATH, "{}", delay=600)
+    run = setup.upload()
+    assert (run.rc, run.stderr) == (1, stderr)
+    assert "call to curl_easy_perform() failed: (28) " in run.error_log
+    assert run.ended - run.started < STALL_SECONDS + 20  # a bound on the wait, not a speed
 
 
 def test_a_case_answer_with_status_zero_is_success_whatever_else_it_holds(setup):

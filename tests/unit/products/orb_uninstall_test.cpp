@@ -34,6 +34,11 @@ TEST(RemoveOrb, TalksRecordsAndWritesTheScriptForTheDistribution) {
          "[5.15.0-91-generic]\naborting script generation\nuninstall script generated\n", kNone},
         {false, "4.18.0-305.el8.x86_64", "no\n", nullptr, kRealOut + "gatr: manual uninstall of Ironkeep ORB "
          "cancelled by user\n", kNone, kRealLog + "manual uninstall of Ironkeep ORB cancelled by user\n", kNone},
+        // Input that ends without an answer is a "no", asked once more after an empty line.
+        {false, "4.18.0-305.el8.x86_64", "\n", nullptr, kWarning + "This process will force a reboot of the system.\n\n"
+         "Do you wish to proceed y[es] or n[o]?: Do you wish to proceed y[es] or n[o]?: \ngatr: manual uninstall of "
+         "Ironkeep ORB cancelled by user\n", kNone, kRealLog + "manual uninstall of Ironkeep ORB "
+         "cancelled by user\n", kNone},
         // The stand-in's last line, without a newline, is dropped like any command output's.
         {false, "2.6.32-754.el6.x86_64", "y\n", "echo \"%DISTRIBUTION% for %HOME%\"\nexit 3\necho dropped",
          kRealOut + "gatr: generating uninstall script\ngatr: uninstall script generated\ngatr: executing "
