@@ -11,6 +11,7 @@
 
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "frame/run_lock.h"
 #include "frame/work.h"
 
 namespace {
@@ -95,6 +96,9 @@ void createOutputFolder() {
     snprintf(work::outputFolder, sizeof work::outputFolder, "%s/Brimwell/%s", "/var/opt",
              PROGRAM_NAME);
     makeFolderOrExit(work::outputFolder);
+    // Before anything is made, emptied or removed: a run in progress keeps its logs and files.
+    lockOutputFolder(work::outputFolder);
+    removeStaleTemporaries(work::outputFolder);
 
     char logs[PATH_SIZE] = {};
     snprintf(logs, sizeof logs, "%s/logs", work::outputFolder);
