@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
     bool hashing = (work::options & (OPT_HASH_SHA256 | OPT_HASH_SHA1 | OPT_HASH_MD5)) != 0;
     loadLimits(hashing || (work::options & OPT_UPLOAD_FTP) == 0);
 
+    int status = 0;
     if (work::options & OPT_HASH_SHA256) {
         hashPathname(CRYPTO_SHA256);
     } else if (work::options & OPT_HASH_SHA1) {
@@ -30,9 +31,9 @@ int main(int argc, char** argv) {
     } else if (work::options & OPT_UPLOAD_FTP) {
         uploadToFtp();
     } else {
-        generateDiagnostics();
+        status = generateDiagnostics();
     }
 
     cleanup();
-    return 0;
+    return status;
 }
