@@ -41,7 +41,7 @@ void seedSettings() {
 
 }  // namespace
 
-void generateDiagnostics() {
+int generateDiagnostics() {
     bool silent = (work::options & OPT_SILENT) != 0;
     if (!silent) printStatus(_("diagnostics generation commenced"));
     enableLogging();
@@ -74,9 +74,15 @@ void generateDiagnostics() {
     setProgressBar(88);
 
     char archivePath[PATH_SIZE] = {};
-    bool archived = createArchive((work::options & OPT_NO_ARCHIVE) != 0, archivePath);
-    if (silent) return;
-    setProgressBar(100);
-    printStatus(_("diagnostics generation completed"));
-    if (archived) printUploadInstructions(archivePath);
+    ArchiveResult archive = createArchive((work::options & OPT_NO_ARCHIVE) != 0, archivePath);
+    if (!silent) {
+        setProgressBar(100);
+        printStatus(_("diagnostics generation completed"));
+        if (archive == ArchiveResult::MADE) printUploadInstructions(archivePath);
+    }
+    if (archive != ArchiveResult::FAILED) return 0;
+    fflush(stdout);
+    fprintf(stderr, "%s: %s\n", PROGRAM_NAME,
+            _("the archive could not be created - refer to the gatr_errors.log for details"));
+    return 1;
 }

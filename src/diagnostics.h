@@ -2,5 +2,6 @@
 #pragma once
 
 /// The diagnostics run: main log, every section, the archive. Never exits after the main log
-/// is open.
-void generateDiagnostics();
+/// is open. Returns the exit status: 1 when the archive could not be made (said on standard
+/// error), 0 otherwise.
+int generateDiagnostics();

@@ -5,6 +5,7 @@
 #include "frame/folders.h"
 #include "frame/limits.h"
 #include "frame/logging.h"
+#include "frame/run_lock.h"
 #include "frame/work.h"
 #include "support/hash_command.h"
 #include "support/upload.h"
@@ -15,10 +16,12 @@ int main(int argc, char** argv) {
     checkPermissions();
     createOutputFolder();
     enableErrorLogging(false, argc, argv);
+    reportUnguardedRun();
     // The upload mode reports a missing configuration file in its own words.
     bool hashing = (work::options & (OPT_HASH_SHA256 | OPT_HASH_SHA1 | OPT_HASH_MD5)) != 0;
     loadLimits(hashing || (work::options & OPT_UPLOAD_FTP) == 0);
 
+    int status = 0;
     if (work::options & OPT_HASH_SHA256) {
         hashPathname(CRYPTO_SHA256);
     } else if (work::options & OPT_HASH_SHA1) {
@@ -28,9 +31,9 @@ int main(int argc, char** argv) {
     } else if (work::options & OPT_UPLOAD_FTP) {
         uploadToFtp();
     } else {
-        generateDiagnostics();
+        status = generateDiagnostics();
     }
 
     cleanup();
-    return 0;
+    return status;
 }

@@ -191,6 +191,13 @@ Pipe::Pipe(const char* command, int limitSeconds) {
 }
 
 int Pipe::close() {
+    bool first = !closed;
+    int status = closeSilently();
+    if (first) reportTimeLimit();
+    return status;
+}
+
+int Pipe::closeSilently() {
     if (closed) return state.status;
     closed = true;
     if (state.pid < 0) return -1;
@@ -199,10 +206,12 @@ int Pipe::close() {
         stream = nullptr;
     }
     if (!reapBy(state, state.deadline)) stopGroup(state);
-    if (state.timedOut) {
-        logError(__FILE__, __LINE__, STATUS_ERROR,
-                 _("call to %s stopped after %d seconds: time limit reached"), state.program,
-                 state.limitSeconds);
-    }
     return state.reaped ? state.status : -1;
+}
+
+void Pipe::reportTimeLimit() const {
+    if (!state.timedOut) return;
+    logError(__FILE__, __LINE__, STATUS_ERROR,
+             _("call to %s stopped after %d seconds: time limit reached"), state.program,
+             state.limitSeconds);
 }

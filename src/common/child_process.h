@@ -28,6 +28,11 @@ public:
     /// Stops reading, waits for the command within what is left of its limit, and returns its
     /// raw wait status; -1 when it never started or could not be reaped.
     int close();
+    /// close() without its time-limit message, for a caller whose error log is shut while the
+    /// command runs; it calls reportTimeLimit() once the log is open again.
+    int closeSilently();
+    /// Logs the time-limit message when the command was stopped for passing its limit.
+    void reportTimeLimit() const;
     /// Whether the command was stopped for passing its limit.
     bool timedOut() const { return state.timedOut; }
 

@@ -12,6 +12,7 @@
 
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "frame/run_lock.h"
 #include "frame/trusted_paths.h"
 #include "frame/work.h"
 
@@ -104,7 +105,10 @@ void createOutputFolder() {
         exit(1);
     }
     makeFolderOrExit(work::outputFolder);
+    // Before anything is made, emptied or removed: a run in progress keeps its logs and files.
+    lockOutputFolder(work::outputFolder);
     chmod(work::outputFolder, 0700);
+    removeStaleTemporaries(work::outputFolder);
 
     char logs[PATH_SIZE] = {};
     snprintf(logs, sizeof logs, "%s/logs", work::outputFolder);

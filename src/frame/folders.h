@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-/// Prepares the output folder, its emptied logs folder and work::settings; exits 1 on failure.
+/// Prepares the output folder, locked for this run (see run_lock.h), its emptied logs folder
+/// and work::settings; exits 1 on failure or when another run holds the folder.
 void createOutputFolder();
 /// Creates the folder and its missing parents with mode 0775; 0, or -1 (logged).
 int makeDirectory(const char* path);

@@ -94,7 +94,7 @@ def test_output_folder_and_error_log_that_cannot_be_made(gatr, sandbox, blocker,
 
 def test_old_logs_are_emptied_but_full_subfolders_and_a_readable_settings_file_survive(gatr, sandbox,
                                                                                     machine):
-    for path in ("stale.log", "keep/inner.txt"):
+    for path in ("stale.log", "keep/inner.txt", "../gatr_b_20240101T0000Z.tar.gz.tmp"):
         sandbox.write(LOGS / path, "old\n")
     (LOGS / "empty").mkdir()
     sandbox.write(SETTINGS, '{"version": 1, "last_archive_file": "/var/opt/old.tar.gz", "custom": [1]}')
@@ -102,7 +102,7 @@ def test_old_logs_are_emptied_but_full_subfolders_and_a_readable_settings_file_s
     assert sorted(p.name for p in LOGS.iterdir()) == ["gatr.log", "gatr_errors.log", "gatr_netstat.log",
                                                      "gatr_packages.log", "gatr_stderr.log", "keep"]
     assert (run.settings["last_archive_file"], run.settings["custom"]) == ("/var/opt/old.tar.gz", [1])
-    assert sorted(p.name for p in OUTPUT.iterdir()) == [".settings", "logs"]
+    assert sorted(p.name for p in OUTPUT.iterdir()) == [".lock", ".settings", "logs"]
 
 
 @pytest.mark.parametrize("broken, stderr", [
