@@ -81,7 +81,7 @@ void maskConfigurationFiles(std::list<std::string>& entries, const char* folder,
             entry = "";
             continue;
         }
-        logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s: %zu secret values masked",
+        logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s: secret values masked: %zu",
                  entry.c_str(), masked);
         transforms.push_back("s|^" + escapeForTransform(copy, true) + "$|" +
                              escapeForTransform(entry, false) + "|");
