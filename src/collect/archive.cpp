@@ -193,6 +193,10 @@ ArchiveResult createArchive(bool skip, char* archivePath) {
     buildArchivePath(finalPath, sizeof finalPath, time(nullptr));
     snprintf(listPath, sizeof listPath, "%s/logs/%s_archive_members.list", work::outputFolder,
              PROGRAM_NAME);
+    char childErrors[PATH_SIZE];
+    snprintf(childErrors, sizeof childErrors, "%s/logs/%s", work::outputFolder,
+             CHILD_STDERR_LOG_NAME);
+    maskCommandOutputFile(childErrors);
     addRunFiles(work::archiveList);
     dropUntrustedPaths(work::archiveList);
     orderArchiveList(work::archiveList);

@@ -89,3 +89,23 @@ void maskConfigurationFiles(std::list<std::string>& entries, const char* folder,
     }
     entries.remove("");
 }
+
+void maskCommandOutputFile(const char* path) {
+    std::string text;
+    if (!work::maskSecrets || !readText(path, text)) return;
+    std::string masked;
+    size_t count = 0;
+    for (size_t begin = 0; begin < text.size();) {
+        size_t end = text.find('\n', begin);
+        end = end == std::string::npos ? text.size() : end + 1;
+        std::string line = text.substr(begin, end - begin);
+        count += maskLine(line);
+        masked += line;
+        begin = end;
+    }
+    if (count == 0) return;
+    File out(path, "wb");
+    if (!out || fwrite(masked.data(), 1, masked.size(), out.get()) != masked.size()) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "%s: masking failed", path);
+    }
+}

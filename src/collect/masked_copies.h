@@ -11,3 +11,7 @@
 /// Logs, per file, how many values were masked. Log files and binary files are left as they are.
 void maskConfigurationFiles(std::list<std::string>& entries, const char* folder,
                             std::vector<std::string>& transforms);
+
+/// Masks, line by line as command output is masked, a file that programs wrote straight to disk
+/// (their standard error); rewrites it only when something was masked.
+void maskCommandOutputFile(const char* path);
