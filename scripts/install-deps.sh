@@ -8,5 +8,6 @@ apt-get install -y --no-install-recommends \
     libcurl4-openssl-dev libssl-dev openssl ca-certificates gettext \
     libgtest-dev libbenchmark-dev \
     python3 python3-pytest python3-pyftpdlib \
-    util-linux iproute2 net-tools pciutils procps kmod rpm tar gzip pigz coreutils \
+    util-linux iproute2 net-tools pciutils procps kmod rpm rpmlint mandoc tar gzip pigz \
+    coreutils \
     tmux locales

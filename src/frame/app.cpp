@@ -13,17 +13,36 @@
 #include "frame/logging.h"
 #include "frame/work.h"
 
+namespace {
+
+// The folder that holds the executable, or "" when it cannot be told. The kernel's own record
+// of the executable comes first: started from the search path or through a symbolic link (as
+// /usr/sbin/gatr is), argv[0] names no folder or the wrong one.
+void findProgramFolder(const char* programPath, char* folder, size_t size) {
+    char executable[PATH_SIZE] = {};
+    ssize_t length = readlink("/proc/self/exe", executable, sizeof executable - 1);
+    const char* path = programPath;
+    if (length > 0 && static_cast<size_t>(length) < sizeof executable - 1) {
+        executable[length] = '\0';
+        path = executable;
+    }
+    const char* slash = strrchr(path, '/');
+    if (slash == nullptr) return;
+    // The root folder itself when the executable sits right in it.
+    size_t used = slash == path ? 1 : static_cast<size_t>(slash - path);
+    if (used >= size) used = size - 1;
+    memcpy(folder, path, used);
+    folder[used] = '\0';
+}
+
+}  // namespace
+
 int initialize(const char* programPath) {
     work::detected = 0;
     char folder[PATH_SIZE] = {};
-    const char* slash = strrchr(programPath, '/');
-    if (slash != nullptr) {
-        size_t length = static_cast<size_t>(slash - programPath);
-        if (length >= sizeof folder) length = sizeof folder - 1;
-        memcpy(folder, programPath, length);
-        // ./etc, ./var and ./locale are found beside the executable.
-        if (chdir(folder) != 0) return -1;
-    }
+    findProgramFolder(programPath, folder, sizeof folder);
+    // ./etc, ./var and ./locale are found beside the executable.
+    if (folder[0] != '\0' && chdir(folder) != 0) return -1;
     setlocale(LC_ALL, "");
     bindtextdomain(PROGRAM_NAME, "./locale");
     bind_textdomain_codeset(PROGRAM_NAME, "UTF-8");

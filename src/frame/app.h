@@ -1,8 +1,9 @@
 // Start-up, the root check and the end of every run.
 #pragma once
 
-/// Enters the program's own folder, sets the locale, the catalogue and the thousands
-/// separator; 0, or -1 when the folder cannot be entered.
+/// Enters the folder of the executable (as /proc/self/exe names it; else the folder of
+/// programPath, if it names one), sets the locale, the catalogue and the thousands separator;
+/// 0, or -1 when the folder cannot be entered.
 int initialize(const char* programPath);
 /// Returns only when the effective user is root; otherwise prints why and exits 1.
 void checkPermissions();

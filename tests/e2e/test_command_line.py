@@ -1,5 +1,7 @@
 """The command line and start-up as a user meets them: usage, versions, every error, the root
 check, the error log's first lines, and the output folder and settings file at start."""
+from pathlib import Path
+
 import pytest
 
 from conftest import LOGS, OUTPUT, PROGRAM, SETTINGS, expect
@@ -70,10 +72,13 @@ def test_error_log_begins_with_the_command_line_and_a_trailing_space(gatr, args,
            "command_line/errors-debug" if debug else "command_line/errors", record=record)
 
 
-def test_started_through_the_search_path_the_program_keeps_the_working_directory(gatr):
-    run = gatr("--debug-archive", "-s", "-A", command=["gatr"], cwd="/tmp",
+@pytest.mark.parametrize("command", ["gatr", "/root/bin/gatr"])
+def test_started_through_the_search_path_or_a_link_the_program_enters_its_folder(gatr, command):
+    Path("/root/bin").mkdir()
+    Path("/root/bin/gatr").symlink_to(PROGRAM / "gatr")
+    run = gatr("--debug-archive", "-s", "-A", command=[command], cwd="/tmp",
                env={"PATH": f"{PROGRAM}:/usr/sbin:/usr/bin:/sbin:/bin"})
-    assert "current working directory: /tmp\n" in run.error_log
+    assert f"current working directory: {PROGRAM}\n" in run.error_log
 
 
 STARTUP_FAILURES = [  # what stands in the way, standard error
