@@ -21,9 +21,9 @@ done | tar --null -T - --owner=0 --group=0 --transform "flags=rSh;s,^,gatr-$vers
     -czf "$tmp/SOURCES/gatr-$version.tar.gz")
 
 options=()
-# On Debian the build dependencies the spec names (RHEL's gcc-c++, libcurl-devel, openssl-devel
-# and the like) have other names, so rpmbuild cannot check them: --nodeps. install-deps.sh
-# installs their Debian counterparts.
+# On Debian the build dependencies that packaging/gatr.spec names (RHEL's gcc-c++, libcurl-devel,
+# openssl-devel and the like) have other names, so rpmbuild cannot check them: --nodeps.
+# install-deps.sh installs their Debian counterparts.
 if [ -f /etc/debian_version ]; then options+=(--nodeps); fi
 rpmbuild -ba "${options[@]}" --define "_topdir $tmp" \
     --define "gatr_release ${GATR_RELEASE:-1}" "$spec"
