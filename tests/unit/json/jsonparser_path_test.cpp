@@ -23,3 +23,19 @@ TEST(JsonPath, PathsReachTheirNodesAndArraySizes) {
         EXPECT_EQ(c.size, doc.getArraySize(c.in)) << c.in;
     }
 }
+
+TEST(JsonPath, RemovalTakesTheNamedMemberAndRenumbersArrays) {
+    const struct { const char* in; const char* path; int result; const char* want; } kCases[] = {
+        {R"({"a":1,"b":2,"c":3})", "b", 0, R"({"a":1,"c":3})"},
+        {R"({"a":1,"b":2})", "z", -1, R"({"a":1,"b":2})"},
+        {R"({"l":[1,2,3]})", "l[0]", 0, R"({"l":[2,3]})"},
+        {R"({"l":[1,2,3]})", "l[1]", 0, R"({"l":[1,3]})"},
+        {R"({"a":1,"a":2,"a":3})", "a", 0, R"({"a":2})"},  // every other one of a run of duplicates
+    };
+    for (const auto& c : kCases) {
+        JsonDocument doc;
+        ASSERT_EQ(0, doc.loadDocument(c.in, strlen(c.in)));
+        EXPECT_EQ(c.result, doc.removeValue(c.path)) << c.in << " " << c.path;
+        EXPECT_EQ(c.want, ts::written(doc)) << c.in << " " << c.path;
+    }
+}

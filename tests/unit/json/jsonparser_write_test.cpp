@@ -69,3 +69,15 @@ TEST(JsonWriter, BufferHoldsTheTextOnlyWhenItIsShorter) {
         EXPECT_EQ('x', buffer[c.size]) << c.size;
     }
 }
+
+TEST(JsonWriter, DebugDumpShowsOneNodeALine) {  // no caller in the program: only here is it seen
+    const char text[] = R"({"s":"a\tb","e":2.5e1,"t":true,"n":null,"o":{"f":false},"l":[7,{"k":"v"}]})";
+    JsonDocument doc;
+    ASSERT_EQ(0, doc.loadDocument(text, strlen(text)));
+    ts::MemoryStream out;
+    doc.dump(out.stream);
+    EXPECT_EQ("Object {\n    [s] => a\\tb\n    [e] => 2.5e+01\n    [t] => true\n    [n] => null\n"
+              "    [o] => Object {\n        [f] => false\n    }\n    [l] => Array (\n        [0] => 7\n"
+              "        [] => Object {\n            [k] => v\n        }\n    )\n}\n",
+              out.text());
+}

@@ -9,7 +9,7 @@ TEST(AppendRegionName, JoinsWithCommasAndOrBeforeTheLastAndCuts) {
     const struct { std::vector<const char*> regions; size_t size; const char* want; } kCases[] = {
         {{}, 32, ""}, {{"EU"}, 32, "EU"}, {{"EU", "US"}, 32, "EU or US"}, {{"EU", "US", "AU"}, 32, "EU, US or AU"},
         {{"EU", "US", "AU", "JP"}, 32, "EU, US, AU or JP"}, {{"EU", "US", "AU"}, 6, "EU, U"},
-        {{"EU", "US", "AU"}, 3, "EU"}, {{"EU", "US", "AU"}, 10, "EU, US or"},
+        {{"EU", "US", "AU"}, 3, "EU"}, {{"EU", "US", "AU"}, 10, "EU, US or"}, {{"EU", "US", "AU"}, 8, "EU, US "},
     };
     for (const auto& c : kCases) {
         char list[32] = {};
