@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,6 +36,31 @@ void copyBounded(char* buffer, size_t size, const char* begin, size_t length) {
     memcpy(buffer, begin, length);
 }
 
+// The process group of the command running now, so that a gatr stopped by a signal stops it too:
+// in a group of its own it would otherwise outlive gatr, and its time limit with it.
+volatile sig_atomic_t runningGroup = 0;
+
+void stopRunningGroupAndDie(int signal) {
+    if (runningGroup > 0) kill(-runningGroup, SIGKILL);
+    ::signal(signal, SIG_DFL);
+    raise(signal);
+}
+
+void passStopSignalsOn() {
+    static bool installed = false;
+    if (installed) return;
+    installed = true;
+    for (int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
+        struct sigaction current;
+        // A signal ignored when gatr started (nohup) stays ignored.
+        if (sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_IGN) continue;
+        struct sigaction action = {};
+        action.sa_handler = stopRunningGroupAndDie;
+        sigemptyset(&action.sa_mask);
+        sigaction(signal, &action, nullptr);
+    }
+}
+
 /// Reaps the child if it has ended by `until`; true when it has.
 bool reapBy(Pipe::State& s, long long until) {
     long long pause = 1;
@@ -44,6 +70,7 @@ bool reapBy(Pipe::State& s, long long until) {
         pid_t done = waitpid(s.pid, &status, WNOHANG);
         if (done == s.pid || (done == -1 && errno == ECHILD)) {
             s.reaped = true;
+            runningGroup = 0;
             s.status = done == s.pid ? status : -1;
             return true;
         }
@@ -95,6 +122,8 @@ int closeReadEnd(void* cookie) {
 /// In the child, before exec: only async-signal-safe calls.
 [[noreturn]] void becomeCommand(const char* command, int out, int report, const char* errorPath) {
     setpgid(0, 0);
+    // gatr killed outright (no handler runs for KILL) takes the shell with it.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     signal(SIGPIPE, SIG_DFL);
     int in = open("/dev/null", O_RDONLY);
     int err = open(errorPath, O_WRONLY | O_CREAT | O_APPEND, 0600);
@@ -156,6 +185,7 @@ Pipe::Pipe(const char* command, int limitSeconds) {
         ::close(ends[1]);
         return;
     }
+    passStopSignalsOn();
     fflush(nullptr);  // nothing buffered may be written twice by the child
     pid_t pid = fork();
     if (pid == 0) becomeCommand(command, ends[1], report[1], errorPath);
@@ -164,12 +194,14 @@ Pipe::Pipe(const char* command, int limitSeconds) {
     ::close(report[1]);
     if (pid > 0) {
         setpgid(pid, pid);  // also here, so that the group exists before any kill
+        runningGroup = pid;
         ssize_t got;
         do got = read(report[0], &error, sizeof error); while (got < 0 && errno == EINTR);
         if (got == static_cast<ssize_t>(sizeof error)) {
             int status;
             while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
             pid = -1;
+            runningGroup = 0;
         }
     }
     ::close(report[0]);
