@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "common/crypto.h"
+#include "frame/folders.h"
 #include "frame/logging.h"
 #include "frame/work.h"
 
@@ -39,18 +40,8 @@ bool writeChecksum(const char* path, const char* hash, const char* name) {
         logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s", path, strerror(errno));
         return false;
     }
-    bool complete = fprintf(file, "%s  %s\n", hash, name) > 0 && fflush(file) == 0 &&
-                    fsync(fileno(file)) == 0;
-    int error = errno;
-    if (fclose(file) != 0 && complete) {
-        complete = false;
-        error = errno;
-    }
-    if (!complete) {
-        logError(__FILE__, __LINE__, STATUS_ERROR, "fwrite on file %s failed: %s", path,
-                 strerror(error));
-    }
-    return complete;
+    bool written = fprintf(file, "%s  %s\n", hash, name) > 0;
+    return closeSynced(file, path) && written;
 }
 
 bool renameLogged(const char* from, const char* to) {

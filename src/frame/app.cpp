@@ -78,15 +78,7 @@ int writeSettingsAtomically(const char* path) {
         return -1;
     }
     work::settings.writeDocument(JSON_FORMAT_PRETTY, file);
-    bool complete = fflush(file) == 0 && ferror(file) == 0 && fsync(fileno(file)) == 0;
-    int error = errno;
-    if (fclose(file) != 0 && complete) {
-        complete = false;
-        error = errno;
-    }
-    if (!complete) {
-        logError(__FILE__, __LINE__, STATUS_ERROR, "fwrite on file %s failed: %s", temporary,
-                 strerror(error));
+    if (!closeSynced(file, temporary)) {
         remove(temporary);
         return -1;
     }

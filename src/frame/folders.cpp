@@ -134,3 +134,17 @@ void createOutputFolder() {
     work::settings.setValue<int>("version", JSON_INTEGER, 1);
     work::settings.setValue<void*>("last_archive_file", JSON_NULL, nullptr);
 }
+
+bool closeSynced(FILE* file, const char* path) {
+    bool complete = fflush(file) == 0 && ferror(file) == 0 && fsync(fileno(file)) == 0;
+    int error = errno;
+    if (fclose(file) != 0 && complete) {
+        complete = false;
+        error = errno;
+    }
+    if (!complete) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "fwrite on file %s failed: %s", path,
+                 strerror(error));
+    }
+    return complete;
+}

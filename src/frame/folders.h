@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -15,3 +16,6 @@ int removeDirectory(const char* path, bool removeSelf);
 /// Replaces entries by the folder's entry names in system order, without "." and "..";
 /// logs "Invalid Handle for file <path>" when the folder cannot be opened.
 void getDirectoryList(const char* path, std::vector<std::string>& entries);
+/// Flushes, syncs to disk and closes file, which was written as path; false, logged as
+/// "fwrite on file <path> failed: <reason>", when any step failed. The file is closed either way.
+bool closeSynced(FILE* file, const char* path);
