@@ -1,5 +1,6 @@
 // Digests, AES-256-CBC and base64 checked against the openssl command line on the same bytes.
 #include "common/crypto.h"
+#include <cstring>
 #include <random>
 #include "test_support.h"
 
@@ -24,9 +25,11 @@ TEST(CryptoHash, FileDigestsMatchOpensslDgst) {
         const std::string path = dir.write("data", randomBytes(size));
         for (const auto& a : kAlgorithms) {
             const std::string want = ts::run("openssl dgst -" + std::string(a.name) + " -r " + path);
-            char hash[SHA256_HASH_SIZE] = {};
+            char hash[SHA256_HASH_SIZE + 1];
+            memset(hash, 'x', sizeof hash);
             EXPECT_EQ(0, Crypto().computeHash(a.type, path.c_str(), hash)) << a.name << " " << size;
             EXPECT_EQ(want.substr(0, want.find(' ')), hash) << a.name << " " << size;
+            EXPECT_EQ('x', hash[strlen(hash) + 1]) << "written past the text: " << a.name;
         }
     }
 }

@@ -1,6 +1,8 @@
 // The support services' texts: the region list, the case description, the control file and versions.
 #include <vector>
+#include <cstring>
 #include "support/case_update.h"
+#include "support/connector_key.h"
 #include "support/update_check.h"
 #include "support/upload.h"
 #include "test_support.h"
@@ -56,4 +58,11 @@ TEST(IsRunningVersionLater, OnlyAtTheFirstDifferingFieldAndNeverOnATie) {
         {"2.4.0", false}, {"3", false}, {"10.0.0", false},
     };
     for (const auto& c : kCases) EXPECT_EQ(c.want, isRunningVersionLater("2.3.3", c.available)) << c.available;
+}
+
+TEST(ConnectorKey, IsWrittenWithoutAByteMore) {  // its bytes are proved by every upload
+    unsigned char key[CONNECTOR_KEY_SIZE + 8];
+    memset(key, 0xA5, sizeof key);
+    getConnectorKey(key);
+    EXPECT_EQ(std::string(8, '\xA5'), std::string(reinterpret_cast<char*>(key) + CONNECTOR_KEY_SIZE, 8));
 }
