@@ -1,5 +1,6 @@
 // The manual uninstall, which no run mode calls yet; the shipped template runs only dry: it reboots.
 #include <linux/magic.h>
+#include <sys/resource.h>
 #include <sys/statfs.h>
 #include <unistd.h>
 #include "products/orb.h"
@@ -49,6 +50,10 @@ TEST(RemoveOrb, TalksRecordsAndWritesTheScriptForTheDistribution) {
     };
     const std::string stage = std::filesystem::current_path(), script = "/opt/Brimwell/gatr/scripts/uninstall_orb.sh";
     ts::EnvScope sudo("SUDO_USER", "alice");
+    // A question asked for ever must end the test, not fill the disk with its captured output.
+    struct rlimit unbounded = {}, bounded = {16 << 20, 16 << 20};
+    getrlimit(RLIMIT_FSIZE, &unbounded);
+    setrlimit(RLIMIT_FSIZE, &bounded);
     for (const auto& c : kCases) {
         ts::TempDir output, program;
         ts::EnvScope path("PATH", c.standIn ? getenv("PATH") : program.path.c_str());  // no sh for the shipped one
@@ -73,4 +78,5 @@ TEST(RemoveOrb, TalksRecordsAndWritesTheScriptForTheDistribution) {
         EXPECT_EQ(c.ran, ts::readFile(output.path + "/logs/gatr_orb-uninstall.log")) << c.release;
         ASSERT_EQ(0, chdir(stage.c_str()));
     }
+    setrlimit(RLIMIT_FSIZE, &unbounded);
 }
