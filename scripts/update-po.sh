@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 pot=$(mktemp --suffix=.pot)
 trap 'rm -f "$pot"' EXIT
 xgettext --language=C++ --from-code=UTF-8 --keyword=_ --keyword=N_ --omit-header \
-    --package-name=gatr --package-version=2.3.3 -o "$pot" src/*.cpp src/*.h
+    --package-name=gatr --package-version=2.3.3 -o "$pot" $(find src -name "*.cpp" -o -name "*.h" | sort)
 for po in locale/*.po; do
     [ "$po" = locale/en.po ] && continue
     msgmerge --quiet --update --backup=none --no-fuzzy-matching "$po" "$pot"
