@@ -15,7 +15,7 @@ DATA = "/opt/data"
 RANDOM = random.Random(4242)
 TREE = {"brwinst.log": b"install started\n", "brwinst.log.1": b"older install\n", "uninst.txt": b"gone\n",
         "messages": RANDOM.randbytes(3 * 1024 * 1024 + 5), "exact-block.bin": RANDOM.randbytes(65536),
-        "empty": b"", ".hidden": b"dot file\n", "journal/inside.log": b"below\n",
+        "empty": b"", ".hidden": b"dot file\n", "journal/inside.log": b"below\n", "cabin": b"no dot\n",
         "brwjournal.log/deeper.log": b"a folder named like a log\n", "q" * 255: b"longest name\n"}
 
 
