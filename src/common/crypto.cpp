@@ -13,6 +13,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "frame/file.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
 
@@ -21,9 +22,6 @@ namespace {
 // Files are read in blocks of this size whatever their length, so memory stays constant.
 constexpr size_t HASH_BLOCK_SIZE = 65536;
 
-struct FileCloser {
-    void operator()(FILE* f) const { fclose(f); }
-};
 struct DigestContextFreer {
     void operator()(EVP_MD_CTX* c) const { EVP_MD_CTX_free(c); }
 };
@@ -33,7 +31,6 @@ struct CipherContextFreer {
 struct BioChainFreer {
     void operator()(BIO* b) const { BIO_free_all(b); }
 };
-using FileOwner = std::unique_ptr<FILE, FileCloser>;
 using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestContextFreer>;
 using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, CipherContextFreer>;
 using BioChain = std::unique_ptr<BIO, BioChainFreer>;
@@ -73,7 +70,7 @@ int hashFileWith(const DigestKind& kind, const char* path, char* hash) {
         return -1;
     }
 
-    FileOwner file(fopen(path, "rb"));
+    File file(path, "rb");
     if (!file) {
         // This line has always been written untranslated.
         logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s\n", path,
@@ -107,7 +104,7 @@ int hashFileWith(const DigestKind& kind, const char* path, char* hash) {
         if (feof(file.get()))
             break;
     }
-    file.reset();
+    file.close();
 
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int digestLength = 0;

@@ -71,7 +71,7 @@ int writeSettingsAtomically(const char* path) {
     if (!work::settings.isValid()) return -1;
     char temporary[PATH_SIZE + 16];
     snprintf(temporary, sizeof temporary, "%s.%ld.tmp", path, static_cast<long>(getpid()));
-    FILE* file = fopen(temporary, "wb");
+    FILE* file = fopen(temporary, "wbe");
     if (file == nullptr) {
         logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s", temporary,
                  strerror(errno));

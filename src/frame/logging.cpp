@@ -90,7 +90,7 @@ void enableErrorLogging(bool resume, int argc, char** argv) {
     buildLogPath(path, "%s/logs/%s_errors.log");
     if (work::errorsOs != nullptr) return;
 
-    work::errorsOs = fopen(path, resume ? "a" : "w");
+    work::errorsOs = fopen(path, resume ? "ae" : "we");
     if (work::errorsOs == nullptr) {
         fprintf(stderr, "%s: %s %s: %s\n", PROGRAM_NAME, _("unable to open file"), path,
                 strerror(errno));
@@ -140,7 +140,7 @@ void disableErrorLogging(bool suspend) {
 void enableLogging() {
     char path[PATH_SIZE] = {};
     buildLogPath(path, "%s/logs/%s.log");
-    work::logOs = fopen(path, "w");
+    work::logOs = fopen(path, "we");
     if (work::logOs == nullptr) {
         logError(__FILE__, __LINE__, STATUS_FATAL, "%s %s: %s", _("unable to open file"), path,
                  strerror(errno));

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <functional>
 
+#include "frame/file.h"
+
 /// Logs "<title> section commenced" and writes the rule (unless withRule is false: the first
 /// section follows the log header's own rule) and "<title>\n\n" to the main log.
 /// The title is translated by the caller. The main log is flushed.
@@ -33,23 +35,3 @@ void logFopenFailure(const char* source, unsigned line, const char* path);
 /// is dropped: the report has always shown complete lines only.
 void readCommandLines(FILE* pipe, size_t lineSize, const std::function<void(const char*)>& onLine);
 
-/// RAII owner of a FILE*.
-class File {
-public:
-    File(const char* path, const char* mode) : stream(fopen(path, mode)) {}
-    explicit File(FILE* adopted) : stream(adopted) {}
-    ~File() { close(); }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    FILE* get() const { return stream; }
-    explicit operator bool() const { return stream != nullptr; }
-    int close() {
-        if (stream == nullptr) return 0;
-        int result = fclose(stream);
-        stream = nullptr;
-        return result;
-    }
-
-private:
-    FILE* stream;
-};

@@ -32,24 +32,6 @@ T guarded(unsigned line, T failure, Body&& body) {
     return failure;
 }
 
-/// Owns an open stream and closes it on every path out of the function that opened it.
-class FileOwner {
-public:
-    explicit FileOwner(FILE* f) : file(f) {}
-    FileOwner(const FileOwner&) = delete;
-    FileOwner& operator=(const FileOwner&) = delete;
-    ~FileOwner() { close(); }
-    FILE* get() const { return file; }
-    /// Closes now; the result of fclose, or 0 when nothing was open.
-    int close() {
-        int result = file ? std::fclose(file) : 0;
-        file = nullptr;
-        return result;
-    }
-
-private:
-    FILE* file;
-};
 
 /// The text between the first and last character outside `set` (empty when all are in it).
 std::string trimmed(const std::string& text, const char* set);

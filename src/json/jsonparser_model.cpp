@@ -5,6 +5,7 @@
 #include <new>
 #include <sys/stat.h>
 
+#include "frame/file.h"
 #include "frame/logging.h"
 #include "json/jsonparser.h"
 #include "json/jsonparser_internal.h"
@@ -36,7 +37,7 @@ int JsonDocument::loadDocument(const char* path) {
     return guarded<int>(__LINE__, -1, [&]() -> int {
         cleanup();
         if (path == nullptr) return -1;
-        jsonparser::FileOwner file(std::fopen(path, "rb"));
+        File file(path, "rb");
         if (file.get() == nullptr) {
             logError(jsonparser::SOURCE, __LINE__, STATUS_ERROR, "fopen on %s failed: %s\n", path,
                      std::strerror(errno));

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "frame/file.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
 #include "json/jsonparser.h"
@@ -102,7 +103,7 @@ int JsonDocument::writeDocument(json_format_t format, char* buffer, size_t size)
         // The text is serialized through the ordinary stream code into the caller's buffer,
         // installed as the stream's own buffer; the bytes flushed go to the null device. The
         // text must be shorter than the buffer, as callers size their requests.
-        jsonparser::FileOwner null(std::fopen("/dev/null", "wb"));
+        File null("/dev/null", "wb");
         if (null.get() == nullptr) {
             logError(jsonparser::SOURCE, __LINE__, STATUS_ERROR, "fopen on %s failed: %s",
                      "/dev/null", std::strerror(errno));
@@ -123,7 +124,7 @@ int JsonDocument::writeDocument(json_format_t format, char* buffer, size_t size)
 int JsonDocument::writeDocument(json_format_t format, const char* path) {
     if (!valid || path == nullptr) return -1;
     return guarded<int>(__LINE__, -1, [&]() -> int {
-        jsonparser::FileOwner file(std::fopen(path, "wb"));
+        File file(path, "wb");
         if (file.get() == nullptr) {
             logError(jsonparser::SOURCE, __LINE__, STATUS_ERROR, "fopen on %s failed: %s", path,
                      std::strerror(errno));
