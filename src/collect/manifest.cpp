@@ -11,6 +11,7 @@
 
 #include "collect/placeholders.h"
 #include "collect/spawning.h"
+#include "frame/app.h"
 #include "frame/folders.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
@@ -33,7 +34,9 @@ bool fileExists(const char* path) {
 bool findManifest(const char* installFolder, const char* product, char* path, size_t size) {
     snprintf(path, size, "%s/gatr_manifest.json", installFolder);
     if (fileExists(path)) return true;
-    snprintf(path, size, "./var/%s/gatr_manifest.json", product);
+    char shipped[PATH_SIZE];
+    snprintf(shipped, sizeof shipped, "var/%s/gatr_manifest.json", product);
+    programFile(shipped, path, size);
     return fileExists(path);
 }
 

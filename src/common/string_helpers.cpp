@@ -42,7 +42,9 @@ char* format_number(char* buffer, unsigned long size) {
     char* end = buffer + size - 1;
     for (size_t i = 0; i < digits && out < end; ++i) {
         size_t remaining = digits - i;
-        if (i > 0 && remaining % 3 == 0) {
+        // A locale that does not group digits gets the figure whole: a NUL written here would
+        // end the text after its first group.
+        if (i > 0 && remaining % 3 == 0 && work::thousandsSeparator != '\0') {
             *out++ = work::thousandsSeparator;
             if (out >= end) break;
         }

@@ -4,8 +4,8 @@
 #include <list>
 #include <string>
 
-/// Inserts work::thousandsSeparator between digit groups in place; the buffer must hold
-/// the grouped text. Returns buffer.
+/// Inserts work::thousandsSeparator between digit groups in place, none when it is NUL (the
+/// locale does not group); the buffer must hold the grouped text. Returns buffer.
 char* format_number(char* buffer, unsigned long size);
 /// True when each of the first n characters is 0-9 (true for n below 1).
 bool str_isnumeric(const char* s, unsigned long n);

@@ -5,8 +5,12 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <climits>
 #include <cstring>
 #include <unistd.h>
+
+#include <string>
+#include <vector>
 
 #include "frame/folders.h"
 #include "frame/i18n.h"
@@ -41,19 +45,57 @@ int initialize(const char* programPath) {
     work::detected = 0;
     char folder[PATH_SIZE] = {};
     findProgramFolder(programPath, folder, sizeof folder);
-    // ./etc, ./var and ./locale are found beside the executable.
-    if (folder[0] != '\0' && chdir(folder) != 0) return -1;
+    // The working folder stays the caller's, so that every path typed on the command line means
+    // what the user meant; etc/, var/ and locale/ are found through the program's own folder.
+    char resolved[PATH_MAX] = {};
+    if (realpath(folder[0] != '\0' ? folder : ".", resolved) == nullptr) return -1;
+    snprintf(work::programFolder, sizeof work::programFolder, "%s", resolved);
     setlocale(LC_ALL, "");
-    bindtextdomain(PROGRAM_NAME, "./locale");
+    char locale[PATH_SIZE];
+    bindtextdomain(PROGRAM_NAME, programFile("locale", locale, sizeof locale));
     bind_textdomain_codeset(PROGRAM_NAME, "UTF-8");
     textdomain(PROGRAM_NAME);
 
     // Any locale that groups digits gets a comma, whatever its own separator: support reads
-    // the figures in one form.
+    // the figures in one form. A locale that does not group gets plain figures.
     const struct lconv* conventions = localeconv();
     work::thousandsSeparator =
         (conventions->thousands_sep != nullptr && conventions->thousands_sep[0] != '\0') ? ',' : 0;
     return 0;
+}
+
+char* programFile(const char* relative, char* buffer, size_t size) {
+    if (strncmp(relative, "./", 2) == 0) relative += 2;
+    snprintf(buffer, size, "%s/%s", strcmp(work::programFolder, "/") == 0 ? "" : work::programFolder,
+             relative);
+    return buffer;
+}
+
+char* absolutePath(const char* path, char* buffer, size_t size) {
+    char here[PATH_SIZE] = {};
+    if (path[0] != '/' && getcwd(here, sizeof here) == nullptr) {
+        snprintf(buffer, size, "%s", path);
+        return buffer;
+    }
+    // "." and ".." are taken by their words, as the shell would: "./a" names the caller's a.
+    std::string joined = std::string(here) + "/" + path;
+    std::vector<std::string> names;
+    for (size_t begin = 0; begin < joined.size();) {
+        size_t end = joined.find('/', begin);
+        if (end == std::string::npos) end = joined.size();
+        std::string name = joined.substr(begin, end - begin);
+        begin = end + 1;
+        if (name.empty() || name == ".") continue;
+        if (name == "..") {
+            if (!names.empty()) names.pop_back();
+            continue;
+        }
+        names.push_back(name);
+    }
+    std::string result;
+    for (const std::string& name : names) result += "/" + name;
+    snprintf(buffer, size, "%s", result.empty() ? "/" : result.c_str());
+    return buffer;
 }
 
 void checkPermissions() {
@@ -88,6 +130,9 @@ int writeSettingsAtomically(const char* path) {
         remove(temporary);
         return -1;
     }
+    // The rename itself must reach the disk, or a crash could bring back a file naming an
+    // archive that no longer exists.
+    syncFolderOf(path);
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/app.h"
 #include "frame/i18n.h"
 #include "frame/work.h"
 
@@ -31,7 +32,7 @@ void printExtendedVersion() {
 
 void addArchivePath(const char* path) {
     char entry[PATH_SIZE] = {};
-    snprintf(entry, sizeof entry, "%s", path);
+    absolutePath(path, entry, sizeof entry);
     work::archiveList.push_back(entry);
 }
 
@@ -132,7 +133,9 @@ void parseCommandLine(int argc, char** argv) {
             work::options |= OPT_UPLOAD_FTP | OPT_NO_CHECK;
             work::ftpRegion = argv[i + 1];
             work::ftpCaseNumber = argv[i + 2];
-            work::ftpArchiveFileName = argv[i + 3];
+            // Absolute, so that the log and the case record name the file the user meant.
+            static char archive[PATH_SIZE];
+            work::ftpArchiveFileName = absolutePath(argv[i + 3], archive, sizeof archive);
             i += 3;
             current = argv[i];
             matched = true;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -147,4 +148,21 @@ bool closeSynced(FILE* file, const char* path) {
                  strerror(error));
     }
     return complete;
+}
+
+bool syncFolderOf(const char* path) {
+    char folder[PATH_SIZE] = {};
+    const char* slash = strrchr(path, '/');
+    snprintf(folder, sizeof folder, "%.*s", slash == nullptr ? 1 : slash == path ? 1
+                                                 : static_cast<int>(slash - path),
+             slash == nullptr ? "." : path);
+    int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    bool synced = fd >= 0 && fsync(fd) == 0;
+    int error = errno;
+    if (fd >= 0) close(fd);
+    if (!synced) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "fsync on %s failed: %s", folder,
+                 strerror(error));
+    }
+    return synced;
 }

@@ -19,3 +19,6 @@ void getDirectoryList(const char* path, std::vector<std::string>& entries);
 /// Flushes, syncs to disk and closes file, which was written as path; false, logged as
 /// "fwrite on file <path> failed: <reason>", when any step failed. The file is closed either way.
 bool closeSynced(FILE* file, const char* path);
+/// Syncs the folder that holds path, so that a rename into it survives a crash; false, logged
+/// as "fsync on <folder> failed: <reason>", when it could not be.
+bool syncFolderOf(const char* path);

@@ -6,6 +6,7 @@ uint64_t options = 0;
 uint64_t detected = 0;
 char thousandsSeparator = 0;
 char outputFolder[PATH_SIZE] = {};
+char programFolder[PATH_SIZE] = {};
 char settingsFileName[PATH_SIZE] = {};
 char nodename[256] = {};
 FILE* logOs = nullptr;

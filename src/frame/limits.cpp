@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include "frame/app.h"
 #include "frame/logging.h"
 #include "frame/work.h"
 #include "json/jsonparser.h"
@@ -23,7 +24,9 @@ void loadLimits(bool warn) {
     work::maskSecrets = true;
     struct stat info;
     JsonDocument config;
-    if (stat(CONFIG_FILE_NAME, &info) != 0 || config.loadDocument(CONFIG_FILE_NAME) != 0) {
+    char configPath[PATH_SIZE];
+    programFile(CONFIG_FILE_NAME, configPath, sizeof configPath);
+    if (stat(configPath, &info) != 0 || config.loadDocument(configPath) != 0) {
         if (warn) {
             logError(__FILE__, __LINE__, STATUS_WARNING,
                      "failed to load the gatr_config file: default time limits are used");

@@ -1,7 +1,8 @@
 // The run's time limits and its masking switch, read from the configuration file at start.
 #pragma once
 
-constexpr const char* CONFIG_FILE_NAME = "./etc/gatr_config.json";
+// Beside the program: see programFile().
+constexpr const char* CONFIG_FILE_NAME = "etc/gatr_config.json";
 
 /// Sets work::limits from "limits" in the configuration file; a missing key, or one that is not
 /// a positive whole number, keeps its default. A file that is missing or does not load keeps

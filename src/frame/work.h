@@ -49,6 +49,8 @@ extern uint64_t options;
 extern uint64_t detected;
 extern char thousandsSeparator;
 extern char outputFolder[PATH_SIZE];
+/// The absolute folder of the executable, where etc/, var/ and locale/ are found.
+extern char programFolder[PATH_SIZE];
 extern char settingsFileName[PATH_SIZE];
 extern char nodename[256];
 extern FILE* logOs;

@@ -8,6 +8,7 @@
 
 #include "collect/spawning.h"
 #include "common/string_helpers.h"
+#include "frame/app.h"
 #include "frame/console.h"
 #include "frame/folders.h"
 #include "frame/i18n.h"
@@ -19,7 +20,7 @@
 
 namespace {
 
-constexpr const char* TEMPLATE_PATH = "./var/orb/uninstall_orb.sh.templ";
+constexpr const char* TEMPLATE_PATH = "var/orb/uninstall_orb.sh.templ";
 constexpr const char* SCRIPT_NAME = "uninstall_orb.sh";
 constexpr size_t LINE_SIZE = 2048;
 
@@ -76,9 +77,11 @@ std::string scriptHome() {
 /// Copies the template into the script with the placeholders filled in; false (reported)
 /// when either file cannot be opened.
 bool writeScript(const char* scriptPath, const char* distribution) {
-    File templ(TEMPLATE_PATH, "r");
+    char templatePath[PATH_SIZE];
+    programFile(TEMPLATE_PATH, templatePath, sizeof templatePath);
+    File templ(templatePath, "r");
     if (!templ) {
-        logFopenFailure(__FILE__, __LINE__, TEMPLATE_PATH);
+        logFopenFailure(__FILE__, __LINE__, templatePath);
         abortGeneration();
         return false;
     }

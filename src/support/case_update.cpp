@@ -13,6 +13,7 @@
 #include "common/crypto.h"
 #include "common/string_helpers.h"
 #include "common/transfer.h"
+#include "frame/app.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
 #include "frame/work.h"
@@ -113,7 +114,8 @@ void serialiseRecord(JsonDocument& record, char* body, size_t size) {
 int getConnectorDetails(char* authenticationUrl, char* grantType, char* clientId,
                         char* clientSecret, char* userName, char* password) {
     JsonDocument config;
-    if (config.loadDocument(CONFIG_FILE_NAME) != 0) {
+    char configPath[PATH_SIZE];
+    if (config.loadDocument(programFile(CONFIG_FILE_NAME, configPath, sizeof configPath)) != 0) {
         return printFailure(_("failed to load the gatr_config file"));
     }
     FtpServer control;

@@ -9,6 +9,7 @@
 
 #include "common/crypto.h"
 #include "common/transfer.h"
+#include "frame/app.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
 #include "frame/report.h"
@@ -137,7 +138,8 @@ void checkForUpdate() {
     say("%s: %s", PROGRAM_NAME, _("checking for update to application - please wait..."));
 
     JsonDocument config;
-    if (config.loadDocument(CONFIG_FILE_NAME) != 0) {
+    char configPath[PATH_SIZE];
+    if (config.loadDocument(programFile(CONFIG_FILE_NAME, configPath, sizeof configPath)) != 0) {
         sayOutcome(_("failed to load the gatr_config file"));
         return;
     }

@@ -10,6 +10,7 @@
 
 #include "common/string_helpers.h"
 #include "common/transfer.h"
+#include "frame/app.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
 #include "frame/report.h"
@@ -80,7 +81,8 @@ bool isValidCaseNumber(const char* caseNumber) {
 void uploadToFtp() {
     // The checks run in a fixed order: configuration, region, case number, archive.
     JsonDocument config;
-    if (config.loadDocument(CONFIG_FILE_NAME) != 0) failWith(_("failed to load the gatr_config file"));
+    char configPath[PATH_SIZE];
+    if (config.loadDocument(programFile(CONFIG_FILE_NAME, configPath, sizeof configPath)) != 0) failWith(_("failed to load the gatr_config file"));
 
     FtpServer server;
     selectServer(config, server);

@@ -1,5 +1,6 @@
 """The command line and start-up as a user meets them: usage, versions, every error, the root
 check, the error log's first lines, and the output folder and settings file at start."""
+import subprocess
 from pathlib import Path
 
 import pytest
@@ -72,13 +73,25 @@ def test_error_log_begins_with_the_command_line_and_a_trailing_space(gatr, args,
            "command_line/errors-debug" if debug else "command_line/errors", record=record)
 
 
-@pytest.mark.parametrize("command", ["gatr", "/root/bin/gatr"])
-def test_started_through_the_search_path_or_a_link_the_program_enters_its_folder(gatr, command):
+STARTS = {"search path": ["gatr"], "link": ["/root/bin/gatr"], "full path": [str(PROGRAM / "gatr")]}
+
+
+@pytest.mark.parametrize("start", STARTS)
+def test_paths_typed_on_the_command_line_are_the_callers_however_gatr_is_started(gatr, machine, start):
+    case = Path("/root/case")
+    (case / "sub").mkdir(parents=True)
+    for name, text in (("f", "one\n"), ("notes.txt", "two\n"), ("sub/a", "three\n"), ("sub/b", "")):
+        (case / name).write_text(text)
     Path("/root/bin").mkdir()
     Path("/root/bin/gatr").symlink_to(PROGRAM / "gatr")
-    run = gatr("--debug-archive", "-s", "-A", command=[command], cwd="/tmp",
-               env={"PATH": f"{PROGRAM}:/usr/sbin:/usr/bin:/sbin:/bin"})
-    assert f"current working directory: {PROGRAM}\n" in run.error_log
+    run = lambda *args: gatr(*args, command=STARTS[start], cwd=case,
+                             env={"PATH": f"{PROGRAM}:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"})
+    tool = lambda *args: subprocess.run(args, cwd=case, capture_output=True, text=True).stdout
+    assert run("--hash", "sha256", "./f").stdout == tool("sha256sum", "./f")
+    assert sorted(run("--hash", "md5", "sub/").stdout.splitlines()) == sorted(tool("md5sum", "sub/a", "sub/b").splitlines())
+    collected = run("--debug-archive", "-s", "-i", "./notes.txt")
+    assert f"current working directory: {case}\n" in collected.error_log
+    assert collected.member(f"{case}/notes.txt") == "two\n"
 
 
 STARTUP_FAILURES = [  # what stands in the way, standard error

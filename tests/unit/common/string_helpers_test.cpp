@@ -9,12 +9,12 @@ TEST(FormatNumber, GroupsDigitsAndNeverWritesPastSize) {
         {',', "999", 32, "999"}, {',', "1000", 32, "1,000"}, {',', "123456", 32, "123,456"}, {',', "", 32, ""},
         {',', "1234567", 32, "1,234,567"}, {',', "-1234.5678", 32, "-1,234.5678"}, {',', "+1000", 32, "+1,000"},
         {',', ".5", 32, ".5"}, {',', "12345678", 9, "12,345,6"}, {',', "-1234", 6, "-1,23"},
-        {',', "1234567890", 11, "1,234,567,"}, {'\0', "1234567", 32, "1"}, {'\0', "-12345.5", 32, "-12"},
+        {',', "1234567890", 11, "1,234,567,"}, {'\0', "1234567", 32, "1234567"}, {'\0', "-12345.5", 32, "-12345.5"},
         {',', "123456789", 8, "12,345,"}, {',', "-12345678", 8, "-1,234,"},  // the text fills the whole size
     };
     const char saved = work::thousandsSeparator;
     for (const auto& c : kCases) {
-        work::thousandsSeparator = c.separator;  // a NUL separator ends the text after the first group
+        work::thousandsSeparator = c.separator;  // NUL: a locale that does not group digits
         char buffer[40];
         memset(buffer, '#', sizeof buffer);
         const char past = strcpy(buffer, c.in)[c.size];  // '#', or the text's own beyond size
