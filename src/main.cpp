@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
     if (initialize(argv[0]) != 0) return 1;
     parseCommandLine(argc, argv);
     checkPermissions();
-    createOutputFolder();
+    if (createOutputFolder() != 0) return 1;
     enableErrorLogging(false, argc, argv);
     reportUnguardedRun();
     // The upload mode reports a missing configuration file in its own words.

@@ -16,7 +16,7 @@ constexpr size_t SPAWN_LINE_SIZE = 2048;
 constexpr size_t PROGRAM_NAME_SIZE = 4096;
 
 /// Logs why a command failed from pclose's raw wait status; the number shown is the raw status
-/// (an exit code of 1 shows as 256), as support has always read it.
+/// (an exit code of 1 shows as 256): support's notes on known failures quote that number.
 void logSpawnStatus(const char* command, int status) {
     char program[PROGRAM_NAME_SIZE];
     const char* name = getSpawnedProgram(command, program, sizeof program);

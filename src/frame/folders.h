@@ -7,8 +7,9 @@
 #include <vector>
 
 /// Prepares the output folder, locked for this run (see run_lock.h), its emptied logs folder
-/// and work::settings; exits 1 on failure or when another run holds the folder.
-void createOutputFolder();
+/// and work::settings; 0, or -1 (said on standard error) on failure or when another run holds
+/// the folder.
+int createOutputFolder();
 /// Creates the folder and its missing parents with mode 0775; 0, or -1 (logged).
 int makeDirectory(const char* path);
 /// Removes the folder's entries (no recursion) and, if removeSelf, the folder; 0 or -1.

@@ -32,6 +32,6 @@ void logFopenFailure(const char* source, unsigned line, const char* path);
 
 /// Reads a command's output in lines of lineSize bytes (1024, or 2048 for package tools) and
 /// hands each to onLine (with its newline). A last line that arrives together with end of file
-/// is dropped: the report has always shown complete lines only.
+/// is dropped: a half-written line would read as a finished one.
 void readCommandLines(FILE* pipe, size_t lineSize, const std::function<void(const char*)>& onLine);
 

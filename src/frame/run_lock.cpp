@@ -53,28 +53,29 @@ void recordHolder(int fd) {
 
 }  // namespace
 
-void lockOutputFolder(const char* folder) {
+int lockOutputFolder(const char* folder) {
     snprintf(lockPath, sizeof lockPath, "%s/.lock", folder);
     int fd = open(lockPath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0) {
         lockFailure = errno;
-        return;
+        return 0;
     }
     if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) {
             lockFailure = errno;
             close(fd);
-            return;
+            return 0;
         }
         long holder = readHolder(fd);
         close(fd);
         fprintf(stderr, "%s: ", PROGRAM_NAME);
         fprintf(stderr, _("another gatr run is in progress (process %ld)"), holder);
         fprintf(stderr, "\n");
-        exit(1);
+        return -1;
     }
     lockFd = fd;
     recordHolder(fd);
+    return 0;
 }
 
 void reportUnguardedRun() {

@@ -2,9 +2,9 @@
 #pragma once
 
 /// Takes an exclusive lock on "<folder>/.lock", held until the process ends, and writes the
-/// pid into it. When another process holds it, prints "gatr: another gatr run is in progress
-/// (process <pid>)" on standard error and exits 1, having changed nothing.
-void lockOutputFolder(const char* folder);
+/// pid into it; 0. When another process holds it, prints "gatr: another gatr run is in progress
+/// (process <pid>)" on standard error and returns -1, having changed nothing.
+int lockOutputFolder(const char* folder);
 
 /// Logs a warning when lockOutputFolder could not take the lock (a read-only folder, say)
 /// and the run goes on unguarded; logs nothing otherwise.

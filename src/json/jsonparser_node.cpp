@@ -128,7 +128,8 @@ int JsonDocument::JsonNode::eraseNode(const char* text) {
             break;
         }
         // A member directly after a deleted one is stepped over: only every other one of
-        // several consecutive duplicates goes in one call, as the tool has always done.
+        // several consecutive duplicates goes in one call; callers that clean up repeat the call,
+        // and one that removes once must see the same document on every machine.
         if (it == nodeList.end()) break;
     }
     return result;

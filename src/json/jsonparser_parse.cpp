@@ -1,7 +1,8 @@
 // The JSON parser: a recursive splitter that cuts each container's text into items at
 // top-level commas, splits items into name and value at their first colon, recurses into
 // containers and classifies scalars by their first character. Its leniencies and
-// strictnesses are the ones documents written for this tool have always relied on.
+// strictnesses are part of the format: settings files and manifests already on customers'
+// machines are read the same way by every version.
 #include <cstdlib>
 #include <cstring>
 #include <memory>

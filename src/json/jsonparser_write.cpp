@@ -218,8 +218,8 @@ void JsonDocument::JsonNode::setEscapedString() {
                         string += c;
                     } else {
                         // Deliberately sign-extended: bytes from 128 up are written with
-                        // eight hex digits (0xE9 gives \xffffffe9), as readers of the
-                        // tool's files have always seen them.
+                        // eight hex digits (0xE9 gives \xffffffe9): the readers of these
+                        // files parse that form, and a second form would need both.
                         encodeControl(static_cast<unsigned int>(static_cast<int>(
                                           static_cast<signed char>(c))),
                                       string);

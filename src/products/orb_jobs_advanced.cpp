@@ -20,7 +20,8 @@ void writePerformance(FILE* out, OrbJob& job) {
 struct Script {
     const char* key;
     const char* label;
-    // The ticked line of each script ends differently, as the console has always drawn them.
+    // The ticked line of each script ends differently, as the product's console draws them, so
+    // that support reads the same block in the log as the customer sees on screen.
     const char* tickedEnd;
     // Only the last script's unticked line closes the block with a blank line.
     const char* untickedEnd;

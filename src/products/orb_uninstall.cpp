@@ -188,7 +188,8 @@ void generateDependencyList() {
     fprintf(file.get(), "%s\n\n", _("ORB Dependency List"));
     Pipe pipe("yum deplist orb orb-* kmod-brwvsm-$(uname -r)");
     if (!pipe) {
-        // The message has always named "cat", whatever tool failed to start.
+        // The message names "cat", whatever tool failed to start: what fails here is the shell,
+        // and support's notes for this failure look for that one line.
         logPopenFailure(__FILE__, __LINE__, "cat");
         return;
     }

@@ -219,7 +219,8 @@ void updateSalesforceCase(const char* ftpServerUrl) {
         failWith(_("failed to update the case in the Brimwell Support system"));
     }
 
-    // The values go into the form as they are: the service has always been sent them unencoded.
+    // The values go into the form as they are: the service compares them unencoded, so
+    // encoding would change what it checks.
     std::list<std::string> headers = {"Content-Type: application/x-www-form-urlencoded"};
     char form[REQUEST_SIZE] = {};
     Wiped wipeForm(form, sizeof form);

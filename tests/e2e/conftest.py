@@ -255,7 +255,7 @@ def gatr(sandbox, program):
                 "ame(sys.argv[1]); os.execvp(sys.argv[2], sys.argv[2:])", hostname, *line]
         started = time.time()
         completed = subprocess.run(line, env=environment, input=stdin, capture_output=True,
-                                   timeout=timeout, cwd=cwd or str(sandbox.scratch),
+                                   timeout=timeout, cwd=cwd or "/root",
                                    preexec_fn=_fixed_limits)
         return Run(completed, started, time.time())
 

@@ -21,10 +21,10 @@ def long_names(sandbox):
 
 
 def option_like_names(sandbox):
-    # Relative names, so they stand where gatr runs (its program folder) and begin with "--".
+    # Relative names, typed where the user stands, that begin with "--".
     names = ["--checkpoint=1", "--checkpoint-action=exec=id >/var/opt/pwned", "--remove-files"]
     for name in names:
-        sandbox.write(PROGRAM / name, "not an option\n")
+        sandbox.write(f"/root/{name}", "not an option\n")
     return names
 
 
@@ -33,7 +33,7 @@ def test_every_listed_name_is_packed_as_the_file_it_names(gatr, sandbox, machine
     names = make(sandbox)
     run = gatr("-s", *[a for n in names for a in ("-i", n)])
     assert (run.rc, run.stderr) == (0, "")
-    assert set(names + RUN_FILES) <= set(run.members())
+    assert {n if n.startswith("/") else f"/root/{n}" for n in names + RUN_FILES} <= set(run.members())
     assert not Path("/var/opt/pwned").exists() and all(Path(p).exists() for p in RUN_FILES)
 
 

@@ -186,7 +186,7 @@ def test_secret_values_never_leave_the_machine_unless_support_asks_for_them_raw(
     if not masked:
         config = json.loads((program / "etc/gatr_config.json").read_text())
         (program / "etc/gatr_config.json").write_text(json.dumps(dict(config, mask_secrets=False)))
-    env = dict(SECRETS, PWD=str(program), OLDPWD="/tmp", **{k: v for k, (v, _) in PROXIES.items()})
+    env = dict(SECRETS, PWD="/root", OLDPWD="/tmp", **{k: v for k, (v, _) in PROXIES.items()})
     run = gatr("-s", env=env)
     environment = section(run.main_log, "ENVIRONMENT")
     for name, value in env.items():

@@ -8,6 +8,8 @@ import hashlib
 import json
 import shutil
 
+from pathlib import Path
+
 import pytest
 
 from conftest import LOGS, PROGRAM, STAGE, expect
@@ -57,7 +59,7 @@ def test_update_check(gatr, program, ftp_service, http_service, name):
     if control_text is not None:
         (control.control / ".control").write_text(control_text.format(**values))
     if name == "download-not-creatable":
-        (program / "gatr_7.0.0.tar.gz").mkdir()
+        Path("/root/gatr_7.0.0.tar.gz").mkdir()  # in the working folder
     elif name == "control-down":
         control.stop()
     elif name == "no-configuration":

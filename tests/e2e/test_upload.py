@@ -135,11 +135,11 @@ def test_statistics_are_grouped_and_the_rate_is_in_kibibytes(setup, sandbox, ftp
 @pytest.mark.parametrize("region, name", [("eU", None), ("us", "./gatr_x.tar.gz")])
 def test_region_in_any_case_and_an_archive_named_from_the_callers_folder(setup, sandbox, region, name):
     if name:
-        (sandbox.scratch / name).write_bytes(b"abc")  # where the user started gatr
+        Path("/root", name).write_bytes(b"abc")  # where the user started gatr
     run = setup.upload(region=region, archive=name or ARCHIVE)
     assert run.rc == 0
     base = Path(name or ARCHIVE).name
-    shown = sandbox.scratch / base if name else ARCHIVE
+    shown = Path("/root", base) if name else ARCHIVE
     assert f"completed upload of {shown} to {region.upper()} FTP server - " in run.error_log
     assert setup.uploaded(f"{CASE}_{base}") == (b"abc" if name else setup.content)
     description = json.loads(setup.oauth.requests[1].body)["description"]
