@@ -5,6 +5,7 @@
 #include "frame/folders.h"
 #include "frame/limits.h"
 #include "frame/logging.h"
+#include "frame/priority.h"
 #include "frame/run_lock.h"
 #include "frame/work.h"
 #include "support/hash_command.h"
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
     // The upload mode reports a missing configuration file in its own words.
     bool hashing = (work::options & (OPT_HASH_SHA256 | OPT_HASH_SHA1 | OPT_HASH_MD5)) != 0;
     loadLimits(hashing || (work::options & OPT_UPLOAD_FTP) == 0);
+    lowerPriority();
 
     int status = 0;
     if (work::options & OPT_HASH_SHA256) {

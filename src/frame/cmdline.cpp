@@ -42,7 +42,7 @@ void printUsage() {
     const char* fileOrFolder = _("file or folder");
     printf("%s\n\n", PROGRAM_TITLE);
     printf("Usage: gatr [-i <%s>] [-A|--no-archive] [-C|--no-check] [-s|--silent]\n", fileOrFolder);
-    printf("           [--orb-threads]\n\n");
+    printf("           [--orb-threads] [--normal-priority]\n\n");
     printf("       gatr --hash sha256 <%s>\n", fileOrFolder);
     printf("       gatr --hash sha1 <%s>\n", fileOrFolder);
     printf("       gatr --hash md5 <%s>\n\n", fileOrFolder);
@@ -123,6 +123,10 @@ void parseCommandLine(int argc, char** argv) {
         }
         if (is(current, "--orb-threads")) {
             work::options |= OPT_ORB_THREADS;
+            matched = true;
+        }
+        if (is(current, "--normal-priority")) {
+            work::options |= OPT_NORMAL_PRIORITY;
             matched = true;
         }
         if (is(current, "--upload-ftp", "-u")) {

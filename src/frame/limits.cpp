@@ -36,6 +36,8 @@ void loadLimits(bool warn) {
     readLimit(config, "limits->command_seconds", work::limits.commandSeconds);
     readLimit(config, "limits->archive_seconds", work::limits.archiveSeconds);
     readLimit(config, "limits->transfer_stall_seconds", work::limits.transferStallSeconds);
+    if (config.getType("limits->low_priority") == JSON_BOOLEAN)
+        work::limits.lowPriority = config.getValue<bool>("limits->low_priority");
     // Masking is off only when the file says so in as many words.
     work::maskSecrets = config.getType("mask_secrets") != JSON_BOOLEAN ||
                         config.getValue<bool>("mask_secrets");

@@ -24,6 +24,7 @@ constexpr uint64_t OPT_DEBUG_ARCHIVE = 0x400000;
 constexpr uint64_t OPT_DEBUG_ORB = 0x800000;
 constexpr uint64_t OPT_DEBUG_RK = 0x1000000;
 constexpr uint64_t OPT_DRY_RUN = 0x20000000;
+constexpr uint64_t OPT_NORMAL_PRIORITY = 0x40000000;  // --normal-priority
 
 // Bits of work::detected, OR-ed in by the product sections.
 constexpr uint64_t DETECTED_ORB = 0x10;
@@ -42,6 +43,7 @@ struct RunLimits {
     int commandSeconds = 300;        // any program gatr runs, but tar
     int archiveSeconds = 3600;       // tar
     int transferStallSeconds = 60;   // a transfer in which no byte moves
+    bool lowPriority = true;         // nice 10 and best-effort I/O priority 7 for the whole run
 };
 
 namespace work {

@@ -57,3 +57,19 @@ def test_a_stopped_run_leaves_no_process_within_5_seconds(sandbox, machine, prog
     while survivors(before) and time.monotonic() < deadline:
         time.sleep(0.1)
     assert survivors(before) == []
+
+
+@pytest.mark.parametrize("args, config, shown", [
+    ([], {}, "10 best-effort: prio 7"),
+    (["--normal-priority"], {}, "0 none: prio 0"),
+    ([], {"low_priority": False}, "0 none: prio 0"),
+], ids=["default", "option", "configuration"])
+def test_the_run_and_its_programs_yield_to_the_server_unless_asked_not_to(gatr, sandbox, machine, program,
+                                                                         args, config, shown):
+    sandbox.tool("lspci", "#!/bin/sh\necho \"$(ps -o ni= -p $$ | tr -d ' ') $(ionice -p $$)\""
+                          " > /var/opt/priority\n")
+    settings = json.loads((program / "etc/gatr_config.json").read_text())
+    settings["limits"].update(config)
+    (program / "etc/gatr_config.json").write_text(json.dumps(settings))
+    assert gatr("-s", "-A", *args).rc == 0
+    assert Path("/var/opt/priority").read_text() == shown + "\n"
