@@ -7,6 +7,7 @@
 #include "frame/console.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
+#include "frame/run_record.h"
 #include "frame/work.h"
 #include "inventory/linux_sections.h"
 #include "inventory/linux_system.h"
@@ -44,6 +45,7 @@ void seedSettings() {
 int generateDiagnostics() {
     bool silent = (work::options & OPT_SILENT) != 0;
     if (!silent) printStatus(_("diagnostics generation commenced"));
+    startRunRecord();
     enableLogging();
     setProgressBar(2);
     seedSettings();

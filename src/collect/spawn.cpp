@@ -51,6 +51,7 @@ int spawnProgram(const char* command, const char* path, const char* mode) {
         logSpawnPopenFailure(command);
         return -1;
     }
+    pipe.noteOutputFile(path);
     readCommandLines(pipe.get(), SPAWN_LINE_SIZE,
                      [&output](const char* line) { fputs(line, output.get()); });
     int status = pipe.close();

@@ -15,6 +15,8 @@
 
 #include "common/guarded_spawn.h"
 #include "frame/i18n.h"
+#include "frame/masking.h"
+#include "frame/run_record.h"
 #include "frame/logging.h"
 #include "frame/work.h"
 
@@ -112,6 +114,7 @@ ssize_t readWithDeadline(void* cookie, char* buffer, size_t size) {
         if (polled == 0) continue;
         ssize_t got = read(s.fd, buffer, size);
         if (got < 0 && errno == EINTR) continue;
+        if (got > 0) s.bytesRead += static_cast<unsigned long long>(got);
         return got;
     }
 }
@@ -145,7 +148,9 @@ char* getSpawnedProgram(const char* command, char* buffer, size_t size) {
     return slash != nullptr ? slash + 1 : buffer;
 }
 
-Pipe::Pipe(const char* command, int limitSeconds) {
+Pipe::Pipe(const char* command, int limitSeconds)
+    : line(command), started(utcNow()), startMs(nowMs()) {
+    maskLine(line);
     state.limitSeconds = limitSeconds > 0 ? limitSeconds : work::limits.commandSeconds;
     try {
         char program[4096];
@@ -202,13 +207,33 @@ int Pipe::close() {
 int Pipe::closeSilently() {
     if (closed) return state.status;
     closed = true;
-    if (state.pid < 0) return -1;
+    if (state.pid < 0) {
+        record();
+        return -1;
+    }
     if (stream != nullptr) {
         fclose(stream);
         stream = nullptr;
     }
     if (!reapBy(state, state.deadline)) stopGroup(state);
+    record();
     return state.reaped ? state.status : -1;
+}
+
+void Pipe::record() const {
+    CommandRecord command;
+    command.line = line;
+    command.started = started;
+    command.milliseconds = nowMs() - startMs;
+    if (state.reaped && WIFSIGNALED(state.status)) {
+        command.signal = WTERMSIG(state.status);
+    } else if (state.reaped && state.status != -1) {
+        command.exitCode = WEXITSTATUS(state.status);
+    }
+    command.timedOut = state.timedOut;
+    command.outputBytes = state.bytesRead;
+    command.outputFile = outputFile;
+    recordCommand(command);
 }
 
 void Pipe::reportTimeLimit() const {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <string>
 
 constexpr const char* CHILD_STDERR_LOG_NAME = "gatr_stderr.log";
 
@@ -35,6 +36,8 @@ public:
     void reportTimeLimit() const;
     /// Whether the command was stopped for passing its limit.
     bool timedOut() const { return state.timedOut; }
+    /// Names the file the caller copies the output into, for the run record.
+    void noteOutputFile(const char* path) { outputFile = path; }
 
     // What the reading side and the waits share; public only for the stream's callbacks.
     struct State {
@@ -47,10 +50,16 @@ public:
         bool timedOut = false;
         int status = -1;
         char program[256] = {};
+        unsigned long long bytesRead = 0;
     };
 
 private:
+    void record() const;
     State state;
+    std::string line;
+    std::string started;
+    long long startMs = 0;
+    std::string outputFile;
     FILE* stream = nullptr;
     bool closed = false;
 };

@@ -11,6 +11,7 @@
 
 #include "frame/i18n.h"
 #include "frame/masking.h"
+#include "frame/run_record.h"
 #include "frame/work.h"
 
 const char* const EQUALS_RULE =
@@ -48,6 +49,8 @@ char* getVariableMsg(const char* format, va_list args) {
 }
 
 void logError(const char* file, unsigned line, status_t status, const char* format, ...) {
+    if (status == STATUS_WARNING || status == STATUS_ERROR || status == STATUS_FATAL)
+        recordLogLine(status != STATUS_WARNING);
     if (work::errorsOs == nullptr) {
         // Before the error log exists the console is the only place the message can go; it
         // names the same path or reason the log line would, or it says nothing useful.

@@ -9,10 +9,12 @@
 #include "frame/i18n.h"
 #include "frame/logging.h"
 #include "frame/masking.h"
+#include "frame/run_record.h"
 #include "frame/work.h"
 
 void beginSection(const char* title, bool withRule) {
     logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s %s", title, "section commenced");
+    recordSectionStart(title);
     if (work::logOs == nullptr) return;
     if (withRule) fprintf(work::logOs, "%s\n", DASH_RULE);
     fprintf(work::logOs, "%s\n\n", title);
@@ -20,6 +22,7 @@ void beginSection(const char* title, bool withRule) {
 }
 
 void endSection(const char* title) {
+    recordSectionEnd(title);
     logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s %s", title, "section completed");
     // A run killed later still leaves every finished section readable in the main log.
     if (work::logOs != nullptr) fflush(work::logOs);

@@ -56,6 +56,7 @@ bool copyCommandToFile(const char* path, const std::function<void(FILE*)>& write
         logPopenFailure(LINUX_SOURCE, __LINE__, word);
         return false;
     }
+    pipe.noteOutputFile(path);
     readCommandLines(pipe.get(), lineSize, [&](const char* line) { fputs(line, file.get()); });
     return true;
 }
