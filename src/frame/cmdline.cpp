@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "frame/app.h"
+#include "frame/limits.h"
 #include "frame/i18n.h"
 #include "frame/work.h"
 
@@ -42,7 +44,8 @@ void printUsage() {
     const char* fileOrFolder = _("file or folder");
     printf("%s\n\n", PROGRAM_TITLE);
     printf("Usage: gatr [-i <%s>] [-A|--no-archive] [-C|--no-check] [-s|--silent]\n", fileOrFolder);
-    printf("           [--orb-threads] [--normal-priority]\n\n");
+    printf("           [--orb-threads] [--normal-priority] [--since <days|YYYY-MM-DD>]\n");
+    printf("           [--max-log-size <MiB>] [--estimate]\n\n");
     printf("       gatr --hash sha256 <%s>\n", fileOrFolder);
     printf("       gatr --hash sha1 <%s>\n", fileOrFolder);
     printf("       gatr --hash md5 <%s>\n\n", fileOrFolder);
@@ -127,6 +130,27 @@ void parseCommandLine(int argc, char** argv) {
         }
         if (is(current, "--normal-priority")) {
             work::options |= OPT_NORMAL_PRIORITY;
+            matched = true;
+        }
+        if (is(current, "--estimate")) {
+            work::options |= OPT_ESTIMATE;
+            matched = true;
+        }
+        if (is(current, "--since") || is(current, "--max-log-size")) {
+            bool since = is(current, "--since");
+            if (i + 1 >= argc) failWithArgument(_("option missing required argument"), current);
+            const char* value = argv[++i];
+            bool valid = since ? parseSince(value, time(nullptr), work::limits.since)
+                               : parseMebibytes(value, work::limits.maxLogBytes);
+            if (!valid) {
+                failWithArgument(since ? _("invalid --since value specified, expected a number of "
+                                           "days or a date YYYY-MM-DD not in the future")
+                                       : _("invalid --max-log-size value specified, expected a "
+                                           "whole number of MiB"),
+                                 value);
+            }
+            work::options |= since ? OPT_SINCE : OPT_MAX_LOG_SIZE;
+            current = argv[i];
             matched = true;
         }
         if (is(current, "--upload-ftp", "-u")) {

@@ -4,6 +4,11 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
 #include "frame/app.h"
 #include "frame/logging.h"
 #include "frame/work.h"
@@ -20,7 +25,11 @@ void readLimit(JsonDocument& config, const char* path, int& limit) {
 }  // namespace
 
 void loadLimits(bool warn) {
+    // What the command line set stays: it wins over the file.
+    RunLimits given = work::limits;
     work::limits = RunLimits();
+    if (work::options & OPT_SINCE) work::limits.since = given.since;
+    if (work::options & OPT_MAX_LOG_SIZE) work::limits.maxLogBytes = given.maxLogBytes;
     work::maskSecrets = true;
     struct stat info;
     JsonDocument config;
@@ -36,9 +45,49 @@ void loadLimits(bool warn) {
     readLimit(config, "limits->command_seconds", work::limits.commandSeconds);
     readLimit(config, "limits->archive_seconds", work::limits.archiveSeconds);
     readLimit(config, "limits->transfer_stall_seconds", work::limits.transferStallSeconds);
+    // The command line wins over the file.
+    char text[64] = {};
+    long long cutoff = 0;
+    if (!(work::options & OPT_SINCE) && config.getType("limits->since") == JSON_STRING &&
+        parseSince(config.getValue<char*>("limits->since", text, sizeof text), time(nullptr),
+                   cutoff)) {
+        work::limits.since = cutoff;
+    }
+    int mebibytes = config.getValue<int>("limits->max_log_size_mib");
+    if (!(work::options & OPT_MAX_LOG_SIZE) && mebibytes > 0)
+        work::limits.maxLogBytes = static_cast<unsigned long long>(mebibytes) << 20;
     if (config.getType("limits->low_priority") == JSON_BOOLEAN)
         work::limits.lowPriority = config.getValue<bool>("limits->low_priority");
     // Masking is off only when the file says so in as many words.
     work::maskSecrets = config.getType("mask_secrets") != JSON_BOOLEAN ||
                         config.getValue<bool>("mask_secrets");
+}
+
+bool parseSince(const char* text, long long now, long long& cutoff) {
+    char* end = nullptr;
+    if (text[0] >= '1' && text[0] <= '9') {
+        errno = 0;
+        long long days = strtoll(text, &end, 10);
+        if (*end != '\0' || errno != 0 || days > 100000) return false;
+        cutoff = now - days * 86400;
+        return true;
+    }
+    struct tm day = {};
+    end = strptime(text, "%Y-%m-%d", &day);
+    if (end == nullptr || *end != '\0' || strlen(text) != 10) return false;
+    day.tm_isdst = -1;
+    time_t midnight = mktime(&day);
+    if (midnight == static_cast<time_t>(-1) || midnight > now) return false;
+    cutoff = midnight;
+    return true;
+}
+
+bool parseMebibytes(const char* text, unsigned long long& bytes) {
+    if (text[0] < '0' || text[0] > '9') return false;
+    char* end = nullptr;
+    errno = 0;
+    unsigned long long mebibytes = strtoull(text, &end, 10);
+    if (*end != '\0' || errno != 0 || mebibytes > (1ULL << 40)) return false;
+    bytes = mebibytes << 20;
+    return true;
 }

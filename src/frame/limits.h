@@ -9,3 +9,9 @@ constexpr const char* CONFIG_FILE_NAME = "etc/gatr_config.json";
 /// every default and, when warn is set, logs one warning. Sets work::maskSecrets from
 /// "mask_secrets" (on unless it is false).
 void loadLimits(bool warn);
+
+/// Reads "<days>" (a whole number of days before now, at least 1) or "YYYY-MM-DD" (local
+/// midnight, not after now) into cutoff; false for anything else.
+bool parseSince(const char* text, long long now, long long& cutoff);
+/// Reads a whole number of mebibytes, 0 included, into bytes; false for anything else.
+bool parseMebibytes(const char* text, unsigned long long& bytes);

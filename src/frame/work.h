@@ -25,6 +25,9 @@ constexpr uint64_t OPT_DEBUG_ORB = 0x800000;
 constexpr uint64_t OPT_DEBUG_RK = 0x1000000;
 constexpr uint64_t OPT_DRY_RUN = 0x20000000;
 constexpr uint64_t OPT_NORMAL_PRIORITY = 0x40000000;  // --normal-priority
+constexpr uint64_t OPT_ESTIMATE = 0x80000000;         // --estimate
+constexpr uint64_t OPT_SINCE = 0x100000000;           // --since given: it wins over the file
+constexpr uint64_t OPT_MAX_LOG_SIZE = 0x200000000;    // --max-log-size given
 
 // Bits of work::detected, OR-ed in by the product sections.
 constexpr uint64_t DETECTED_ORB = 0x10;
@@ -44,6 +47,8 @@ struct RunLimits {
     int archiveSeconds = 3600;       // tar
     int transferStallSeconds = 60;   // a transfer in which no byte moves
     bool lowPriority = true;         // nice 10 and best-effort I/O priority 7 for the whole run
+    long long since = 0;             // logs last changed before this time are left out; 0: all
+    unsigned long long maxLogBytes = 0;  // a larger log is packed as its last part; 0: whole
 };
 
 namespace work {

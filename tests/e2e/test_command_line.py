@@ -24,6 +24,12 @@ ERRORS = [  # arguments, standard error
     (["file"], "invalid non-option argument specified: file"),
     (["-"], "invalid non-option argument specified: -"),
     (["-x", "--help"], "invalid option argument specified: -x"),
+    *[(["--since", value], "invalid --since value specified, expected a number of days or a date "
+                           f"YYYY-MM-DD not in the future: {value}")
+      for value in ("0", "-3", "2999-01-01", "2026-13-45", "2026-1-5", "7days", "")],
+    *[(["--max-log-size", value], f"invalid --max-log-size value specified, expected a whole number of MiB: {value}")
+      for value in ("-1", "1.5", "x")],
+    (["-s", "--since"], "option missing required argument: --since"),
 ]
 
 
