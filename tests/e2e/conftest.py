@@ -17,7 +17,8 @@ Fixtures
   in /boot, disks, adapters, repositories, /etc/environment, /var/log/messages.
 - gatr: gatr(*args, env=None, user=None, stdin=None, hostname="BACKUP01", timeout=120) -> Run.
 - expect(text, name, upto=None, **values): compares text whole with the expected file
-  expected/<name> (or its beginning, to the end of upto).
+  expected/<name> (or its beginning, to the end of upto), or with "" when name is "".
+- pattern(template, **values): the regular expression a text with those placeholders stands for.
 """
 import base64
 import difflib
@@ -63,7 +64,12 @@ def expect(text, name, upto=None, **values):
     """Compares text whole with expected/<name>, or with its beginning to the end of the first
     upto in it: what a run cut short there has written. In the file, {*} stands for any text
     within a line, {time} for an error-log time stamp, {line} for its source line number,
-    {stamp} for an archive's time stamp, and {key} for values[key]."""
+    {stamp} for an archive's time stamp, and {key} for values[key]. Cases whose output must be
+    the same name the same file; an output that must be empty is named ""."""
+    if name == "":
+        if text != "":
+            pytest.fail(f"output differs from the empty one expected:\n{text}", pytrace=False)
+        return
     if not (HERE / "expected" / name).exists():
         # Shown whole, so that a new case's output can be reviewed against the format it
         # must follow before it becomes the expected file.
@@ -73,22 +79,19 @@ def expect(text, name, upto=None, **values):
     if upto is not None:
         template = template[:template.index(upto) + len(upto)]
     parts = re.split(r"\{(\w+|\*)\}", template)
-    pattern = ""
-    for i, part in enumerate(parts):
-        if i % 2 == 0:
-            pattern += re.escape(part)
-        elif part in values:
-            pattern += re.escape(str(values[part]))
-        elif part in PATTERNS:
-            pattern += PATTERNS[part]
-        else:
-            pattern += re.escape("{" + part + "}")
-    if re.fullmatch(pattern, text) is None:
+    if re.fullmatch(pattern(template, **values), text) is None:
         shown = "".join(str(values.get(p, "{" + p + "}")) if i % 2 else p
                         for i, p in enumerate(parts))
         diff = "".join(difflib.unified_diff(shown.splitlines(True), text.splitlines(True),
                                             f"expected/{name}", "actual"))
         pytest.fail(f"output differs from expected/{name}:\n{diff}", pytrace=False)
+
+
+def pattern(template, **values):
+    """The regular expression that template stands for, its placeholders read as expect reads them."""
+    parts = re.split(r"\{(\w+|\*)\}", template)
+    return "".join(re.escape(part) if i % 2 == 0 else re.escape(str(values[part])) if part in values
+                   else PATTERNS.get(part, re.escape("{" + part + "}")) for i, part in enumerate(parts))
 
 
 def section(main_log, title):

@@ -47,48 +47,59 @@ def files_to_pack(sandbox):
         sandbox.write(path, "payload\n")
 
 
-CASES = {  # name: (arguments, environment, how the machine differs from the recorded one)
-    "standard": ([], {"TZ": "CET-1"}, None),
-    "silent-no-archive": (["-s", "-A"], {}, None),
-    "vmware-guest": (["-sA"], {}, lambda s: set_firmware(s, "vmware")),
-    "hyperv-guest": (["-sA"], {}, lambda s: set_firmware(s, "hyperv")),
-    "no-firmware-tool": (["-sA"], {}, lambda s: os.remove("/usr/sbin/dmidecode")),
-    "no-release-file": (["-sA"], {}, lambda s: os.remove("/etc/system-release")),
-    "no-environment-file": (["-sA"], {}, lambda s: os.remove("/etc/environment")),
-    "no-proxy-lines": (["-sA"], {}, lambda s: s.place("/etc/environment", "LANG=C\nPATH=/bin")),
-    "no-shell": ([], {}, no_shell),
-    "failing-tools": (["-s"], {}, failing_tools),
+QUIET = {"stdout": "", "stderr": ""}
+CASES = {  # name: (arguments, environment, how the machine differs from the recorded one, the cases
+    # whose expected outputs it shares by output, "" for one that must be empty; its own otherwise)
+    "standard": ([], {"TZ": "CET-1"}, None, {"stderr": ""}),
+    "silent-no-archive": (["-s", "-A"], {}, None, QUIET),
+    "vmware-guest": (["-sA"], {}, lambda s: set_firmware(s, "vmware"),
+                     {**QUIET, "settings.json": "silent-no-archive"}),
+    "hyperv-guest": (["-sA"], {}, lambda s: set_firmware(s, "hyperv"),
+                     {**QUIET, "errors.log": "vmware-guest", "settings.json": "silent-no-archive"}),
+    "no-firmware-tool": (["-sA"], {}, lambda s: os.remove("/usr/sbin/dmidecode"),
+                         {**QUIET, "settings.json": "silent-no-archive"}),
+    "no-release-file": (["-sA"], {}, lambda s: os.remove("/etc/system-release"),
+                        {**QUIET, "errors.log": "vmware-guest"}),
+    "no-environment-file": (["-sA"], {}, lambda s: os.remove("/etc/environment"),
+                            {**QUIET, "settings.json": "silent-no-archive"}),
+    "no-proxy-lines": (["-sA"], {}, lambda s: s.place("/etc/environment", "LANG=C\nPATH=/bin"),
+                       {**QUIET, "errors.log": "vmware-guest", "settings.json": "silent-no-archive"}),
+    "no-shell": ([], {}, no_shell, {}),
+    "failing-tools": (["-s"], {}, failing_tools, {**QUIET, "members": "standard"}),
     "blocked-report-files": (["-s"], {}, lambda s: [s.write(LOGS / f"gatr_{n}.log/keep", "")
-                                                    for n in ("netstat", "packages")]),
-    "read-only-output": ([], {}, read_only_output),
+                                                    for n in ("netstat", "packages")],
+                             {**QUIET, "settings.json": "standard"}),
+    "read-only-output": ([], {}, read_only_output, {"stdout": "no-shell", "stderr": "no-shell",
+                                                    "main.log": "silent-no-archive", "settings.json": ""}),
     "files-to-pack": (["-s", "--debug-archive", "-i", INSTALLER_LOGS[0], "-i", INSTALLER_LOGS[1],
                        "-i" + INSTALLER_LOGS[2], "-i", INSTALLER_LOGS[0], "-i", "/var/opt/inst/none",
                        "-i", "/var/opt/in", *[a for p in HOSTILE for a in ("-i", p)]], {},
-                      files_to_pack),
+                      files_to_pack, {**QUIET, "main.log": "silent-no-archive", "settings.json": "standard"}),
 }
 
 
 NO_ARCHIVE_MADE = {"no-shell", "read-only-output"}  # tar cannot run, or cannot write
+OUTPUTS = ["stdout", "stderr", "main.log", "errors.log", "settings.json", "members"]
 
 
 @pytest.mark.parametrize("name", CASES)
 def test_diagnostics_run(gatr, sandbox, machine, name):
-    args, env, change = CASES[name]
+    args, env, change, shared = CASES[name]
     if change:
         change(sandbox)
     run = gatr(*args, env=env)
     assert run.rc == (1 if name in NO_ARCHIVE_MADE else 0)
     archive = run.archive
     values = dict(VALUES, archive=archive)
-    expect(run.stdout, f"diagnostics/{name}/stdout", **values)
-    expect(run.stderr, f"diagnostics/{name}/stderr", **values)
-    expect(run.main_log, f"diagnostics/{name}/main.log", **values)
-    expect(run.error_log, f"diagnostics/{name}/errors.log", **values)
-    expect(SETTINGS.read_text() if SETTINGS.exists() else "", f"diagnostics/{name}/settings.json",
-           **values)
+    expected = {o: shared.get(o, name) and f"diagnostics/{shared.get(o, name)}/{o}" for o in OUTPUTS}
+    expect(run.stdout, expected["stdout"], **values)
+    expect(run.stderr, expected["stderr"], **values)
+    expect(run.main_log, expected["main.log"], **values)
+    expect(run.error_log, expected["errors.log"], **values)
+    expect(SETTINGS.read_text() if SETTINGS.exists() else "", expected["settings.json"], **values)
     if archive is None or not archive.exists():
         return
-    expect("\n".join(run.members()) + "\n", f"diagnostics/{name}/members", **values)
+    expect("\n".join(run.members()) + "\n", expected["members"], **values)
     assert run.member(str(LOGS / "gatr.log")) == run.main_log
     packed_errors = run.member(str(LOGS / "gatr_errors.log"))
     assert run.error_log.startswith(packed_errors) and packed_errors.endswith("logging suspended\n")

@@ -13,7 +13,7 @@ from pathlib import Path
 
 import pytest
 
-from conftest import DATA, LOGS, OUTPUT, expect
+from conftest import DATA, LOGS, OUTPUT, expect, pattern
 
 ORB, ORB_CONFIG = "/opt/Brimwell/orb", "/etc/opt/Brimwell/orb/orb_config.json"
 TOKEN = "5f0c8a1e-2b7d-4c39-orb-admin"
@@ -81,31 +81,75 @@ def orb(sandbox, http_service, services):
 
 
 CONFIG = {"rest_port": 13581, "admin_token": TOKEN, "log_level": 3}
-ORB_CASES = {  # name: how the product is installed
-    "rich": {}, "sparse": {"fixture": "sparse", "config": {"admin_token": TOKEN}},  # the default port
-    **{f"{e}-{m}": {"fail": (e, m)} for e, m in [
-        ("version", "500"), ("version", "close"), ("notify", "not-json"), ("notify", "close"),
-        ("smtp", "500"), ("smtp", "too-large"), ("smtp", "not-json"), ("system", "not-json"),
-        ("volume", "too-large"), ("destination", "500"), ("backup", "close"), ("backup", "slow")]},
-    "no-configuration": {"config": None}, "broken-configuration": {"config": "{ not json"},
-    "empty-token": {"config": dict(CONFIG, admin_token="")},
-    "wrong-token": {"config": dict(CONFIG, admin_token="wrong-token")},
-    "wrong-port": {"config": dict(CONFIG, rest_port=13582)},
+
+
+def logged(message, source="transfer.cpp"):
+    """A whole line of the error log that reports an error."""
+    return f"{{time}} {source:<16} [{{line}}] ERROR                {message}"
+
+
+def failed(reason, path, port=13581):
+    return logged(f"call to curl_easy_perform() failed: {reason} : https://localhost:{port}/orb/{path}")
+
+
+def answered(status, path):
+    return logged(f"https://localhost:13581/orb/{path} returned exit code: {status}")
+
+
+INTERNAL, INVALID = '(500) {"detail": "internal error"}', '(401) {"detail": "Invalid token."}'
+CLOSED, TOO_LARGE = "(52) Server returned nothing (no headers, no data)", \
+    "(23) Failed writing received data to disk/application"
+UNREACHABLE = "(7) Couldn't connect to server"
+ORB_CASES = {  # name: (how the product is installed, the cases whose expected section and requests
+    # it compares with ("": nothing asked), the first line its REST client logs ("": not one))
+    "rich": ({}, "rich", "rich", ""),
+    "sparse": ({"fixture": "sparse", "config": {"admin_token": TOKEN}}, "sparse", "sparse", ""),  # default port
+    "version-500": ({"fail": ("version", "500")}, "version-500", "version-500", answered(INTERNAL, "version/")),
+    "version-close": ({"fail": ("version", "close")}, "version-500", "version-500", failed(CLOSED, "version/")),
+    # An answer that is not JSON is not reported: the section's failure line says it all.
+    "notify-not-json": ({"fail": ("notify", "not-json")}, "notify-not-json", "notify-not-json", ""),
+    "notify-close": ({"fail": ("notify", "close")}, "notify-not-json", "notify-not-json",
+                     failed(CLOSED, "v2.1/notify/")),
+    "smtp-500": ({"fail": ("smtp", "500")}, "notify-not-json", "rich", answered(INTERNAL, "v2.1/smtp/")),
+    "smtp-too-large": ({"fail": ("smtp", "too-large")}, "notify-not-json", "rich",
+                       failed(TOO_LARGE, "v2.1/smtp/")),
+    "smtp-not-json": ({"fail": ("smtp", "not-json")}, "smtp-not-json", "rich", ""),
+    "system-not-json": ({"fail": ("system", "not-json")}, "system-not-json", "system-not-json", ""),
+    "volume-too-large": ({"fail": ("volume", "too-large")}, "system-not-json", "volume-too-large",
+                         failed(TOO_LARGE, "v2.1/volume/")),
+    "destination-500": ({"fail": ("destination", "500")}, "destination-500", "destination-500",
+                        answered(INTERNAL, "v2.1/destination/")),
+    "backup-close": ({"fail": ("backup", "close")}, "system-not-json", "rich", failed(CLOSED, "v2.1/backup/")),
+    "backup-slow": ({"fail": ("backup", "slow")}, "rich", "rich", ""),
+    "no-configuration": ({"config": None}, "version-500", "",
+                         logged(f"fopen on {ORB_CONFIG} failed: No such file or directory", "jsonparser")),
+    # A configuration that is not JSON is not itself reported: the reports then ask port 0.
+    "broken-configuration": ({"config": "{ not json"}, "version-500", "", failed(UNREACHABLE, "/notify/", 0)),
+    "empty-token": ({"config": dict(CONFIG, admin_token="")}, "version-500", "empty-token",
+                    answered(INVALID, "v2.1/notify/")),
+    "wrong-token": ({"config": dict(CONFIG, admin_token="wrong-token")}, "version-500", "wrong-token",
+                    answered(INVALID, "v2.1/notify/")),
+    "wrong-port": ({"config": dict(CONFIG, rest_port=13582)}, "version-500", "",
+                   failed(UNREACHABLE, "version/", 13582)),
     # A token of 80 characters is used cut to 63, an API version of 19 cut to 15.
-    "long-token-and-version": {"config": {"admin_token": "t" * 63 + "IGNORED-TAIL-17", "rest_port": 0},
-                               "token": "t" * 63, "version": '{"api_version": "v2.1-preview-build7"}'},
+    "long-token-and-version": ({"config": {"admin_token": "t" * 63 + "IGNORED-TAIL-17", "rest_port": 0},
+                                "token": "t" * 63, "version": '{"api_version": "v2.1-preview-build7"}'},
+                               "rich", "long-token-and-version", ""),
 }
 
 
 @pytest.mark.parametrize("name", ORB_CASES)
 def test_backup_product_section(gatr, machine, orb, name):
-    case = dict({"config": CONFIG}, **ORB_CASES[name])
-    pid = orb(**case)
+    case, section, requests, first_error = ORB_CASES[name]
+    pid = orb(**dict({"config": CONFIG}, **case))
     run = gatr("-s")
     assert run.rc == 0
-    expect(products(run.main_log), f"products/orb-{name}", pid=pid)
+    expect(products(run.main_log), f"products/orb-{section}", pid=pid)
     expect("".join(f"{r.path} {r.headers.get('Authorization')}\n" for r in orb.rest.requests),
-           f"products/orb-{name}.requests")
+           requests and f"products/orb-{requests}.requests")
+    client = [line for line in run.error_log.splitlines()
+              if re.match(r"(transfer|jsonparser)\b", line[20:36])]  # what the REST client logged
+    assert re.fullmatch(pattern(first_error), (client or [""])[0]), (client[:1], first_error)
     assert run.member(f"{LOGS}/gatr_orb-deplist.log") == "ORB Dependency List\n\n" + \
         (DATA / "orb/deplist.txt").read_text()
     assert not [p for p in OUTPUT.rglob("*") if p.is_file() and TOKEN.encode() in p.read_bytes()]
@@ -138,7 +182,9 @@ def packages(tmp_path_factory):
     return built
 
 
-AGENT_CASES = ["running", "stopped", "without-package", "not-installed"]
+AGENT_CASES = {  # name: the case whose expected settings it shares
+    "running": "running", "stopped": "running", "without-package": "without-package",
+    "not-installed": "not-installed"}
 
 
 @pytest.mark.parametrize("name", AGENT_CASES)
@@ -154,10 +200,13 @@ def test_agent_and_service_sections(gatr, machine, sandbox, packages, services, 
     run = gatr("-s")
     assert (run.rc, rest.requests) == (0, [])
     expect(products(run.main_log), f"products/agents-{name}", **pids)
-    expect(json.dumps(run.settings["products"], indent=1) + "\n", f"products/agents-{name}.settings")
+    expect(json.dumps(run.settings["products"], indent=1) + "\n",
+           f"products/agents-{AGENT_CASES[name]}.settings")
 
 
-MANIFESTS = ["patterns", "commands", "not-json", "no-linux", "bad-entries", "hostile-names"]
+MANIFESTS = {  # name: the cases whose expected members and errors it shares ("": no errors)
+    **{n: (n, n) for n in ("patterns", "commands", "not-json", "bad-entries")},
+    "no-linux": ("not-json", "no-linux"), "hostile-names": ("hostile-names", "")}
 
 
 @pytest.mark.parametrize("name", MANIFESTS)
@@ -168,17 +217,22 @@ def test_the_agent_manifest_decides_what_is_gathered(gatr, machine, sandbox, nam
     sandbox.write(f"{AGENT}/gatr_manifest.json", (DATA / f"products/manifest-{name}.json").read_text())
     sandbox.write("/opt/fallback-must-not-be-used", "")
     run = gatr("-s", env={"AGENT_LOGS": "/var/opt/agent-logs"})
+    members, errors = MANIFESTS[name]
     gathered = [m for m in run.members() if "agent" in m or "pwned" in m or "gatr_cmd" in m]
-    expect("\n".join(gathered) + "\n", f"products/manifest-{name}.members")
+    expect("\n".join(gathered) + "\n", f"products/manifest-{members}.members")
     lines = [line for line in run.error_log.splitlines(True)
              if re.match(r"(manifest|spawn|folders|jsonparser)\b", line[20:36])]
-    expect("".join(lines), f"products/manifest-{name}.errors")
+    expect("".join(lines), errors and f"products/manifest-{errors}.errors")
     assert not Path("/var/opt/pwned").exists()
     if name == "commands":
         expect(run.member(f"{LOGS}/gatr_cmd-both.log"), "products/manifest-commands.output")
 
 
-@pytest.mark.parametrize("distribution", ["CENTOS-6", "CENTOS-7", "CENTOS-8", "UBUNTU", "%DISTRIBUTION%"])
+UNINSTALLS = {  # distribution: the case whose expected calls it shares ("": none are made)
+    "CENTOS-6": "CENTOS-6", "CENTOS-7": "CENTOS-7", "CENTOS-8": "CENTOS-7", "UBUNTU": "", "%DISTRIBUTION%": ""}
+
+
+@pytest.mark.parametrize("distribution", UNINSTALLS)
 def test_the_shipped_uninstall_script_removes_the_product_and_only_it(machine, sandbox, services, distribution):
     """The script the manual uninstall fills in, run with stand-ins that record every call that
     would change the machine."""
@@ -203,7 +257,7 @@ def test_the_shipped_uninstall_script_removes_the_product_and_only_it(machine, s
     assert done.returncode == (0 if known else 1)
     expect(done.stdout, f"products/uninstall-{distribution.strip('%')}", pid=pid)
     calls = Path("/var/opt/calls").read_text() if Path("/var/opt/calls").exists() else ""
-    expect(calls, f"products/uninstall-{distribution.strip('%')}.calls")
+    expect(calls, UNINSTALLS[distribution] and f"products/uninstall-{UNINSTALLS[distribution]}.calls")
     assert [p for p in removed + kept if Path(p).exists()] == (kept if known else removed + kept)
 
 
