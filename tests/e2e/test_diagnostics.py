@@ -24,6 +24,13 @@ def no_shell(sandbox):
     os.remove("/usr/bin/sh")
 
 
+def no_network_tools(sandbox):
+    """A minimal install: no pciutils, net-tools or iproute (/usr/sbin/ip then dangles)."""
+    sandbox.overlay("/usr/bin")
+    for path in ("/usr/local/bin/lspci", "/usr/bin/lspci", "/usr/bin/netstat", "/usr/bin/ip"):
+        os.remove(path)
+
+
 def failing_tools(sandbox):
     sandbox.place("/etc/system-release", RELEASE)  # its only line has no newline: dropped
     sandbox.write("/boot/vmlinuz", "")  # a name no longer than the part that is cut off
@@ -57,6 +64,7 @@ CASES = {  # name: (arguments, environment, how the machine differs from the rec
     "no-environment-file": (["-sA"], {}, lambda s: os.remove("/etc/environment")),
     "no-proxy-lines": (["-sA"], {}, lambda s: s.place("/etc/environment", "LANG=C\nPATH=/bin")),
     "no-shell": ([], {}, no_shell),
+    "no-network-tools": (["-sA"], {}, no_network_tools),
     "failing-tools": (["-s"], {}, failing_tools),
     "blocked-report-files": (["-s"], {}, lambda s: [s.write(LOGS / f"gatr_{n}.log/keep", "")
                                                     for n in ("netstat", "packages")]),
