@@ -33,7 +33,8 @@ listFiles() {
 listFiles > "$tmp/files"
 # An empty list would make an empty tarball, and rpmbuild fail much later in %setup.
 if ! grep -qzxF packaging/gatr.spec "$tmp/files"; then
-    echo "build-rpm.sh: no source files found in $tree (packaging/gatr.spec missing)" >&2
+    echo "build-rpm.sh: the files to pack from $tree lack packaging/gatr.spec" \
+        "(none found, or it is untracked)" >&2
     exit 1
 fi
 tar -C "$tree" --null -T "$tmp/files" --owner=0 --group=0 \
