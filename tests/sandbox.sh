@@ -23,9 +23,11 @@ TREE="$tree" exec unshare --mount "${options[@]}" -- /bin/bash -c '
     mount -t tmpfs -o mode=0700 tmpfs /dev/shm
     mkdir /dev/shm/tree
     mount --bind "$TREE" /dev/shm/tree
+    # -n: no record in /run/mount/utab, which is read-only when this runs inside another sandbox
+    # (the package build in the end-to-end tests runs the unit tests).
     for m in $private; do
         [ "$m" = /dev/shm ] || mount -t tmpfs -o mode=0755 tmpfs "$m"
-        case "$TREE/" in "$m"/*) mkdir -p "$TREE" && mount --move /dev/shm/tree "$TREE" ;; esac
+        case "$TREE/" in "$m"/*) mkdir -p "$TREE" && mount -n --move /dev/shm/tree "$TREE" ;; esac
     done
     [ ! -d /dev/shm/tree ] || ! mountpoint -q /dev/shm/tree || umount /dev/shm/tree
     mount -t tmpfs -o mode=0755 tmpfs /dev/shm

@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/search_path.h"
+#include "frame/i18n.h"
 #include "frame/logging.h"
 #include "common/child_process.h"
 #include "frame/report.h"
@@ -20,6 +22,19 @@ bool isRepositoryLine(const char* line) {
 
 bool isErrorLine(const char* line) {
     return strstr(line, "error") != nullptr || strstr(line, "ERROR") != nullptr;
+}
+
+bool writeIfNotInstalled(const char* heading, const char* program) {
+    // Said in the block itself: the shell's "not found" would reach only the stderr log, and
+    // an empty block reads as a machine without adapters or connections.
+    if (isOnSearchPath(program)) return false;
+    FILE* out = work::logOs;
+    if (heading != nullptr) fprintf(out, "%s\n", heading);
+    fprintf(out, "  ");
+    // TRANSLATORS: %s is a program's name, such as lspci or netstat.
+    fprintf(out, _("%s: not installed"), program);
+    fprintf(out, "\n\n");
+    return true;
 }
 
 bool copyCommandBlock(const char* heading, const char* command, const char* word,

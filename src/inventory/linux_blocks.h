@@ -21,6 +21,10 @@ enum class LineFilter {
 /// True when the line holds "error" or "ERROR".
 bool isErrorLine(const char* line);
 
+/// When program is not on $PATH, writes heading (if not null) with "%s\n", then "  <program>:
+/// not installed" and one empty line, and returns true; otherwise writes nothing and returns false.
+bool writeIfNotInstalled(const char* heading, const char* program);
+
 /// Runs command and, once it has started, writes heading (if not null) with "%s\n", copies
 /// every line read (lineSize bytes each, a last unterminated line dropped) as "  %s" through
 /// filter, and ends the block with one empty line. Returns false, having logged

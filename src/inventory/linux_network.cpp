@@ -33,6 +33,7 @@ bool isProxyLine(const char* line) {
 }  // namespace
 
 void enumerateNetworkingAdapters() {
+    if (writeIfNotInstalled(_("Adapters:"), "lspci")) return;
     Pipe pipe("lspci | grep -e \"Ethernet controller\" -e \"Network controller\"");
     if (!pipe) {
         logPopenFailure(LINUX_SOURCE, __LINE__, "lspci");
@@ -50,6 +51,7 @@ void enumerateNetworkingAdapters() {
 void enumerateNetworkingInterfaces() {
     // The interfaces were once read with ifconfig; support still searches the logs for that
     // word, so a failure keeps naming it.
+    if (writeIfNotInstalled(_("Interfaces:"), "ip")) return;
     copyCommandBlock(_("Interfaces:"), "ip addr show", "ifconfig", LineFilter::None);
 }
 
@@ -75,6 +77,7 @@ void enumerateNetworkingProxySettings() {
 void enumerateNetworkingStatistics() {
     FILE* out = work::logOs;
     fprintf(out, "%s\n\n", _("Network statistics:"));
+    if (writeIfNotInstalled(nullptr, "netstat")) return;
     char path[PATH_SIZE];
     // Named after the program, not the host, like every file in the logs folder.
     snprintf(path, sizeof path, "%s/logs/%s_netstat.log", work::outputFolder, PROGRAM_NAME);

@@ -24,6 +24,13 @@ def no_shell(sandbox):
     os.remove("/usr/bin/sh")
 
 
+def no_network_tools(sandbox):
+    """A minimal install: no pciutils, net-tools or iproute (/usr/sbin/ip then dangles)."""
+    sandbox.overlay("/usr/bin")
+    for path in ("/usr/local/bin/lspci", "/usr/bin/lspci", "/usr/bin/netstat", "/usr/bin/ip"):
+        os.remove(path)
+
+
 def failing_tools(sandbox):
     sandbox.place("/etc/system-release", RELEASE)  # its only line has no newline: dropped
     sandbox.write("/boot/vmlinuz", "")  # a name no longer than the part that is cut off
@@ -65,6 +72,8 @@ CASES = {  # name: (arguments, environment, how the machine differs from the rec
     "no-proxy-lines": (["-sA"], {}, lambda s: s.place("/etc/environment", "LANG=C\nPATH=/bin"),
                        {**QUIET, "errors.log": "vmware-guest", "settings.json": "silent-no-archive"}),
     "no-shell": ([], {}, no_shell, {}),
+    "no-network-tools": (["-sA"], {}, no_network_tools,
+                         {**QUIET, "errors.log": "vmware-guest", "settings.json": "silent-no-archive"}),
     "failing-tools": (["-s"], {}, failing_tools, {**QUIET, "members": "standard"}),
     "blocked-report-files": (["-s"], {}, lambda s: [s.write(LOGS / f"gatr_{n}.log/keep", "")
                                                     for n in ("netstat", "packages")],
