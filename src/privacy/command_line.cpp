@@ -1,6 +1,6 @@
 // Secrets handed to programs as arguments, as the process list and the journal show them.
 // "--password=x" is a name and a value and is masked where names are; here are the forms
-// without '=': "--password x", and mysql's and sshpass's glued "-px".
+// without '=': "--password x", mysql's and sshpass's "-px", curl's "-u user:password".
 #include <cstring>
 
 #include "privacy/names.h"
@@ -54,6 +54,16 @@ size_t maskOption(const char* line, size_t size, size_t at, LineEdits& edits) {
         if (end == name + 1) return maskNextWord(line, size, end, edits);
         size_t valueEnd = wordEnd(line, size, name + 1);
         edits.add(line, name + 1, valueEnd, MASK_COMMAND_LINE);
+        return valueEnd;
+    }
+    // curl -u user:password, --user user:password: the part after the first colon.
+    bool user = (end - name == 1 && line[name] == 'u') || (end - name == 4 && strncmp(line + name, "user", 4) == 0);
+    if (user && end < size && isBlank(line[end]) && mentions(line, size, "curl")) {
+        size_t value = end;
+        while (value < size && isBlank(line[value])) ++value;
+        size_t valueEnd = wordEnd(line, size, value);
+        const char* colon = static_cast<const char*>(memchr(line + value, ':', valueEnd - value));
+        if (colon != nullptr) edits.add(line, static_cast<size_t>(colon - line) + 1, valueEnd, MASK_COMMAND_LINE);
         return valueEnd;
     }
     if (end >= size || !isBlank(line[end]) || end - name < 3) return end;

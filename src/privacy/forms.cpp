@@ -139,12 +139,26 @@ bool findUrlPassword(const char* text, size_t size, size_t at, size_t& begin, si
     size_t port = colon + 1;  // host:8080/users/@me has a port, not a password
     while (port < stop && text[port] >= '0' && text[port] <= '9') ++port;
     if (port > colon + 1 && port < stop && text[port] == '/' && text + port < firstAt) return false;
-    // A password may hold '@' and '/': the host follows the last '@' before the path that
-    // comes after the first '@'.
-    size_t path = static_cast<size_t>(firstAt - text);
-    while (path < stop && text[path] != '/' && text[path] != '?' && text[path] != '#') ++path;
-    size_t hostAt = path;
-    while (text[hostAt - 1] != '@') --hostAt;
+    // A password may hold '@' and '/': the host follows the last '@' that is followed by a
+    // dotted host name, or else the last '@' before the path that comes after the first '@'.
+    size_t hostAt = 0;
+    for (size_t at = stop; at > colon + 1 && hostAt == 0; --at) {
+        if (text[at - 1] != '@') continue;
+        size_t end = at;
+        bool dotted = false;
+        while (end < stop && (isAlnum(text[end]) || text[end] == '.' || text[end] == '-' || text[end] == '_')) {
+            dotted = dotted || text[end] == '.';
+            ++end;
+        }
+        bool hostEnd = end == stop || text[end] == '/' || text[end] == ':' || text[end] == '?' || text[end] == '#';
+        if (dotted && hostEnd) hostAt = at;
+    }
+    if (hostAt == 0) {
+        size_t path = static_cast<size_t>(firstAt - text);
+        while (path < stop && text[path] != '/' && text[path] != '?' && text[path] != '#') ++path;
+        hostAt = path;
+        while (text[hostAt - 1] != '@') --hostAt;
+    }
     begin = colon + 1;
     end = hostAt - 1;
     return end > begin;

@@ -47,10 +47,9 @@ bool LineMasker::continueKeyBlock(const char* line, size_t length) {
         return false;
     }
     size_t indent = indentOf(line, length);
-    if (indent == length) return true;
     if (keyBodyWritten) {
         dropLine = true;
-    } else {
+    } else if (indent < length) {
         edits.add(line, indent, length, UNCOUNTED);
         keyBodyWritten = true;
     }

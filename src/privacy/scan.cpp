@@ -144,7 +144,8 @@ private:
         if (name == NAME_REGISTRY_AUTH) return maskValue(at, false, true, MASK_REGISTRY_AUTH);
         if (name == NAME_ORDINARY) return at;
         int rule = line[nameBegin] == '-' ? MASK_COMMAND_LINE : MASK_NAMED_VALUE;
-        return maskValue(at, atLineStart, false, rule);
+        // A quoted name is JSON's: its bare value (a number, null) ends where the next member starts.
+        return maskValue(at, atLineStart, quoted, rule);
     }
 
     /// The value after the separator at `at` of a secret name. Returns where scanning goes on.
