@@ -71,7 +71,7 @@ bool isKeyBlockBody(const char* line, size_t size) {
     while (at < size && (line[at] == ' ' || line[at] == '\t')) ++at;
     while (size > at && (line[size - 1] == '\n' || line[size - 1] == '\r' || line[size - 1] == ' '))
         --size;
-    if (at == size) return true;
+    if (at == size || (size - at == 8 && memcmp(line + at, MASKED_VALUE, 8) == 0)) return true;
     // Armour headers: Proc-Type:, DEK-Info:, Comment:, Version:, Hash:
     const char* colon = static_cast<const char*>(memchr(line + at, ':', size - at));
     if (colon != nullptr) {

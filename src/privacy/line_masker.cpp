@@ -32,9 +32,16 @@ bool isSetting(const char* line, size_t length, size_t at) {
 
 }  // namespace
 
-void LineMasker::openKeyBlock() {
+void LineMasker::openKeyBlock(int rule) {
     inKeyBlock = true;
     keyBodyWritten = false;
+    keyRule = rule;
+}
+
+int LineMasker::countOnce() {
+    int rule = open.counted ? UNCOUNTED : open.rule;
+    open.counted = true;
+    return rule;
 }
 
 bool LineMasker::continueKeyBlock(const char* line, size_t length) {
@@ -50,13 +57,13 @@ bool LineMasker::continueKeyBlock(const char* line, size_t length) {
     if (keyBodyWritten) {
         dropLine = true;
     } else if (indent < length) {
-        edits.add(line, indent, length, UNCOUNTED);
+        edits.add(line, indent, length, keyRule);
         keyBodyWritten = true;
     }
     return true;
 }
 
-bool LineMasker::continueIndented(const char* line, size_t length, MaskCounts& counts) {
+bool LineMasker::continueIndented(const char* line, size_t length) {
     size_t indent = indentOf(line, length);
     bool blank = indent == length;
     bool comment = !blank && (line[indent] == '#' || line[indent] == ';');
@@ -67,9 +74,9 @@ bool LineMasker::continueIndented(const char* line, size_t length, MaskCounts& c
             if (blank) return true;
             if (!deeper) break;
             if (isKeyBlockBegin(line, length)) {
-                openKeyBlock();
-            } else {
-                edits.add(line, indent, length, UNCOUNTED);
+                openKeyBlock(countOnce());
+            } else if (edits.add(line, indent, length, open.counted ? UNCOUNTED : open.rule)) {
+                open.counted = true;
             }
             return true;
         case FOLLOW_NEXT_VALUE:
@@ -89,9 +96,8 @@ bool LineMasker::continueIndented(const char* line, size_t length, MaskCounts& c
             }
             if (open.kind == FOLLOW_NEXT_VALUE && deeper && !isSetting(line, length, indent)) {
                 if (isKeyBlockBegin(line, length)) {
-                    ++counts.byRule[MASK_PRIVATE_KEY];
                     open.kind = FOLLOW_NONE;
-                    openKeyBlock();
+                    openKeyBlock(MASK_PRIVATE_KEY);
                     return true;
                 }
                 if (!isPlainValue(line + indent, length - indent)) edits.add(line, indent, length, open.rule);
@@ -118,7 +124,7 @@ bool LineMasker::continueIndented(const char* line, size_t length, MaskCounts& c
     return false;
 }
 
-bool LineMasker::continueOpen(const char* line, size_t length, size_t& from, MaskCounts& counts) {
+bool LineMasker::continueOpen(const char* line, size_t length, size_t& from) {
     if (inKeyBlock && continueKeyBlock(line, length)) return true;
     switch (open.kind) {
         case FOLLOW_NONE:
@@ -139,24 +145,23 @@ bool LineMasker::continueOpen(const char* line, size_t length, size_t& from, Mas
             size_t indent = indentOf(line, length);
             const char* close = static_cast<const char*>(memmem(line, length, open.element.data(), open.element.size()));
             size_t end = close != nullptr ? static_cast<size_t>(close - line) : length;
-            bool counted = open.depth != 0;
             if (close == nullptr && isKeyBlockBegin(line, length)) {
-                if (!counted) ++counts.byRule[MASK_PRIVATE_KEY];
-                open.depth = 1;
-                openKeyBlock();
+                open.rule = MASK_PRIVATE_KEY;
+                openKeyBlock(countOnce());
                 return true;
             }
             size_t textEnd = end;
             while (textEnd > indent && isBlank(line[textEnd - 1])) --textEnd;
-            if (textEnd > indent && line[indent] != '#' && edits.add(line, indent, textEnd, counted ? UNCOUNTED : MASK_NAMED_VALUE))
-                open.depth = 1;
+            if (textEnd > indent && line[indent] != '#' &&
+                edits.add(line, indent, textEnd, open.counted ? UNCOUNTED : MASK_NAMED_VALUE))
+                open.counted = true;
             if (close == nullptr) return true;
             open.kind = FOLLOW_NONE;
             from = end;
             return false;
         }
         default:
-            return continueIndented(line, length, counts);
+            return continueIndented(line, length);
     }
 }
 
@@ -210,7 +215,7 @@ void LineMasker::maskLine(const char* line, size_t size, std::string& out, MaskC
     dropLine = false;
     size_t from = 0;
     if (lineStart) {
-        if (continueOpen(line, length, from, counts)) {
+        if (continueOpen(line, length, from)) {
             if (!dropLine) edits.write(line, size, out, counts);
             return;
         }
@@ -222,9 +227,9 @@ void LineMasker::maskLine(const char* line, size_t size, std::string& out, MaskC
     facts.netrc = netrc;
     facts.secretData = secretData;
     Follow follow;
-    scanLine(line, length, from, facts, edits, follow, counts);
+    scanLine(line, length, from, facts, edits, follow);
     if (follow.kind == FOLLOW_KEY_BLOCK) {
-        openKeyBlock();
+        openKeyBlock(MASK_PRIVATE_KEY);
     } else if (follow.kind != FOLLOW_NONE) {
         open = follow;
     }

@@ -25,18 +25,22 @@ private:
     enum Kind { KIND_UNKNOWN, KIND_SECRET, KIND_OTHER };
     /// Lines that belong to what an earlier line opened; whether the line was dealt with.
     /// `from` is set to where the ordinary scan takes over on a line handled in part.
-    bool continueOpen(const char* line, size_t length, size_t& from, MaskCounts& counts);
+    bool continueOpen(const char* line, size_t length, size_t& from);
     bool continueKeyBlock(const char* line, size_t length);
-    bool continueIndented(const char* line, size_t length, MaskCounts& counts);
+    bool continueIndented(const char* line, size_t length);
     /// Follows the documents of a YAML stream; whether the line was held back.
     bool trackDocument(const char* line, size_t size, size_t length, std::string& out, MaskCounts& counts);
     void releaseHeld(Kind kind, std::string& out, MaskCounts& counts);
-    void openKeyBlock();
+    /// A key block opens; its body is counted under `rule` (UNCOUNTED when what holds it was).
+    void openKeyBlock(int rule);
+    /// The rule for the first masked part of the open value: counted once, then UNCOUNTED.
+    int countOnce();
 
     LineEdits edits;
     Follow open;
     bool inKeyBlock = false;
     bool keyBodyWritten = false;
+    int keyRule = MASK_PRIVATE_KEY;
     bool dropLine = false;
     bool midLine = false;
     bool netrc = false;

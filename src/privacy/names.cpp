@@ -39,7 +39,7 @@ const char* const SECRET_WORDS[] = {
     "password", "passwords", "passwd", "pass", "pwd", "pw", "passphrase", "passcode",
     "secret", "secrets", "token", "tokens", "cookie", "cookies", "credential", "credentials",
     "creds", "apikey", "privkey", "privatekey", "secretkey", "accesskey", "sharedkey", "psk",
-    nullptr};
+    "auth", "private", nullptr};
 // Glued to a product or scope name: PGPASSWORD, MYSQL_PWD is split already, clientsecret.
 const char* const SECRET_ENDINGS[] = {"password", "passwd", "passphrase", "secret", "token",
                                       "credentials", "credential", "apikey", nullptr};
@@ -77,6 +77,7 @@ NameKind classifyName(const char* name, size_t length) {
     if (length == 19 && strncasecmp(name, "proxy-authorization", 19) == 0) return NAME_AUTH_HEADER;
     if (length == 6 && strncasecmp(name, "cookie", 6) == 0) return NAME_COOKIE;
     if (length == 10 && strncasecmp(name, "set-cookie", 10) == 0) return NAME_SET_COOKIE;
+    // Alone, "auth" says how (auth="Container", auth=true) unless a registry login holds it.
     if (length == 4 && strncasecmp(name, "auth", 4) == 0) return NAME_REGISTRY_AUTH;
     // The last two words, found by walking back over separators and camelCase humps.
     size_t ends[2] = {length, 0}, begins[2] = {0, 0};

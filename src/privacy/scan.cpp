@@ -45,9 +45,8 @@ bool startsWithWord(const char* line, size_t size, size_t at, const char* word) 
 
 class Scanner {
 public:
-    Scanner(const char* line, size_t size, const LineFacts& facts, LineEdits& edits, Follow& follow,
-            MaskCounts& counts)
-        : line(line), size(size), facts(facts), edits(edits), follow(follow), counts(counts) {
+    Scanner(const char* line, size_t size, const LineFacts& facts, LineEdits& edits, Follow& follow)
+        : line(line), size(size), facts(facts), edits(edits), follow(follow) {
         indent = indentOf(line, size);
         keyStart = indent;
         if (keyStart + 1 < size && line[keyStart] == '-' && line[keyStart + 1] == ' ') keyStart += 2;
@@ -141,7 +140,7 @@ private:
             if (name == NAME_AUTH_HEADER) return maskAuthorization(line, value, stop, edits) - 1;
             return maskCookies(line, value, stop, name == NAME_SET_COOKIE, edits) - 1;
         }
-        if (name == NAME_REGISTRY_AUTH) return maskValue(at, false, true, MASK_REGISTRY_AUTH);
+        if (name == NAME_REGISTRY_AUTH) return quoted && line[at] == ':' ? maskValue(at, false, true, MASK_REGISTRY_AUTH) : at;
         if (name == NAME_ORDINARY) return at;
         int rule = line[nameBegin] == '-' ? MASK_COMMAND_LINE : MASK_NAMED_VALUE;
         // A quoted name is JSON's: its bare value (a number, null) ends where the next member starts.
@@ -186,7 +185,6 @@ private:
                 follow.kind = FOLLOW_BLOCK_SCALAR;
                 follow.indent = indent;
                 follow.rule = rule;
-                ++counts.byRule[rule];
                 return size;
             }
         }
@@ -234,11 +232,9 @@ private:
         if (!facts.lineStart || !isSecretBlockElement(line + name, nameEnd - name)) return at;
         size_t rest = text;
         while (rest < size && isBlank(line[rest])) ++rest;
-        bool counted = false;
-        if (rest < size) counted = edits.add(line, rest, size, MASK_NAMED_VALUE);
         follow.kind = FOLLOW_ELEMENT;
         follow.element = closing;
-        follow.depth = counted;  // whether the value was counted already
+        if (rest < size) follow.counted = edits.add(line, rest, size, MASK_NAMED_VALUE);
         return size;
     }
 
@@ -270,7 +266,7 @@ private:
         if (end == nullptr) {
             follow.kind = FOLLOW_KEY_BLOCK;
             follow.indent = indent;
-            ++counts.byRule[MASK_PRIVATE_KEY];
+            follow.rule = MASK_PRIVATE_KEY;
             return size;
         }
         size_t bodyEnd = static_cast<size_t>(end - line);
@@ -299,7 +295,6 @@ private:
     const LineFacts& facts;
     LineEdits& edits;
     Follow& follow;
-    MaskCounts& counts;
     size_t indent = 0;
     size_t keyStart = 0;
     bool shell = false;
@@ -308,8 +303,8 @@ private:
 }  // namespace
 
 void scanLine(const char* line, size_t size, size_t from, const LineFacts& facts, LineEdits& edits,
-              Follow& follow, MaskCounts& counts) {
-    Scanner(line, size, facts, edits, follow, counts).run(from);
+              Follow& follow) {
+    Scanner(line, size, facts, edits, follow).run(from);
 }
 
 }  // namespace privacy

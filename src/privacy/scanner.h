@@ -53,6 +53,7 @@ struct Follow {
     size_t indent = 0;  // of the key that opened it
     int rule = MASK_NAMED_VALUE;
     int depth = 0;      // of FOLLOW_JSON
+    bool counted = false;  // whether the value was counted on an earlier line
     std::string element;
 };
 
@@ -64,9 +65,9 @@ struct LineFacts {
 };
 
 /// Adds to `edits` what line[from, size) holds to mask (size excludes the line end) and says in
-/// `follow` what it opens. Counts of multi-line values go straight to `counts`.
+/// `follow` what it opens. A value over several lines is counted where its first part is masked.
 void scanLine(const char* line, size_t size, size_t from, const LineFacts& facts, LineEdits& edits,
-              Follow& follow, MaskCounts& counts);
+              Follow& follow);
 
 /// Masks the string values of JSON from `at`, where the nesting is `depth` deep, to where it
 /// closes (returned, past the closing bracket) or to the end of the line (depth then says how
