@@ -84,6 +84,17 @@ bool isKeyBlockBody(const char* line, size_t size) {
 }
 
 size_t matchTokenForm(const char* text, size_t size, size_t at, int& rule) {
+    // The second byte turns away nearly every ordinary word before the prefixes are tried.
+    if (at + 4 > size) return 0;
+    char second = text[at + 1];
+    switch (text[at]) {
+        case 'e': if (second != 'y') return 0; break;
+        case 'A': if (second != 'K' && second != 'S' && second != 'I') return 0; break;
+        case 'g': if (second != 'h' && second != 'i' && second != 'l') return 0; break;
+        case 'x': if (second != 'o') return 0; break;
+        case 's': case 'r': if (second != 'k') return 0; break;
+        default: return 0;
+    }
     if (startsWith(text, size, at, "eyJ")) {
         size_t header = runOf(text, size, at, isBase64Url);
         size_t dot = at + header;

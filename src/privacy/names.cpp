@@ -19,50 +19,66 @@ bool isLower(char c) { return c >= 'a' && c <= 'z'; }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isAlnum(char c) { return isUpper(c) || isLower(c) || isDigit(c); }
 
-bool equalsAny(const char* word, const char* const* list) {
-    for (; *list != nullptr; ++list) {
-        if (strcmp(word, *list) == 0) return true;
+struct Word {
+    const char* text;
+    size_t length;
+};
+#define WORD(text) {text, sizeof(text) - 1}
+
+bool equalsAny(const char* word, size_t length, const Word* list, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        if (list[i].length == length && memcmp(word, list[i].text, length) == 0) return true;
     }
     return false;
 }
 
-bool endsWithAny(const char* word, const char* const* list) {
-    size_t length = strlen(word);
-    for (; *list != nullptr; ++list) {
-        size_t suffix = strlen(*list);
-        if (suffix <= length && strcmp(word + length - suffix, *list) == 0) return true;
+bool endsWithAny(const char* word, size_t length, const Word* list, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        if (list[i].length < length && memcmp(word + length - list[i].length, list[i].text, list[i].length) == 0)
+            return true;
     }
     return false;
 }
 
-const char* const SECRET_WORDS[] = {
-    "password", "passwords", "passwd", "pass", "pwd", "pw", "passphrase", "passcode",
-    "secret", "secrets", "token", "tokens", "cookie", "cookies", "credential", "credentials",
-    "creds", "apikey", "privkey", "privatekey", "secretkey", "accesskey", "sharedkey", "psk",
-    "auth", "private", nullptr};
-// Glued to a product or scope name: PGPASSWORD, MYSQL_PWD is split already, clientsecret.
-const char* const SECRET_ENDINGS[] = {"password", "passwd", "passphrase", "secret", "token",
-                                      "credentials", "credential", "apikey", nullptr};
+const Word SECRET_WORDS[] = {
+    WORD("password"), WORD("passwords"), WORD("passwd"), WORD("pass"), WORD("pwd"), WORD("pw"),
+    WORD("passphrase"), WORD("passcode"), WORD("secret"), WORD("secrets"), WORD("token"),
+    WORD("tokens"), WORD("cookie"), WORD("cookies"), WORD("credential"), WORD("credentials"),
+    WORD("creds"), WORD("apikey"), WORD("privkey"), WORD("privatekey"), WORD("secretkey"),
+    WORD("accesskey"), WORD("sharedkey"), WORD("psk"), WORD("auth"), WORD("private")};
+// Glued to a product or scope name: PGPASSWORD, clientsecret.
+const Word SECRET_ENDINGS[] = {WORD("password"), WORD("passwd"), WORD("passphrase"), WORD("secret"),
+                               WORD("token"), WORD("credentials"), WORD("credential"), WORD("apikey")};
 // "key" alone names many things (a sort key, a routing key); these make it a secret.
-const char* const KEY_QUALIFIERS[] = {"private", "api",     "access", "secret",   "shared",
-                                      "preshared", "signing", "encryption", "master", "hmac",
-                                      "auth",    "nonce",   nullptr};
-const char* const VPN_BLOCKS[] = {"key", "secret", "tls-auth", "tls-crypt", "tls-crypt-v2",
-                                  "pkcs12", nullptr};
+const Word KEY_QUALIFIERS[] = {WORD("private"), WORD("api"), WORD("access"), WORD("secret"),
+                               WORD("shared"), WORD("preshared"), WORD("signing"), WORD("encryption"),
+                               WORD("master"), WORD("hmac"), WORD("auth"), WORD("nonce")};
+const Word VPN_BLOCKS[] = {WORD("key"), WORD("secret"), WORD("tls-auth"), WORD("tls-crypt"),
+                           WORD("tls-crypt-v2"), WORD("pkcs12")};
+#undef WORD
 
-/// Lower-cases name[begin, end) into word, without trailing digits (password2 is a password).
-void copyWord(const char* name, size_t begin, size_t end, char* word) {
+template <size_t N>
+constexpr size_t countOf(const Word (&)[N]) {
+    return N;
+}
+
+/// Lower-cases name[begin, end) into word, without trailing digits (password2 is a password);
+/// returns its length.
+size_t copyWord(const char* name, size_t begin, size_t end, char* word) {
     while (end > begin && isDigit(name[end - 1])) --end;
     size_t at = 0;
     for (size_t i = begin; i < end; ++i) {
         word[at++] = static_cast<char>(isUpper(name[i]) ? name[i] - 'A' + 'a' : name[i]);
     }
     word[at] = '\0';
+    return at;
 }
 
-bool isSecretWords(const char* last, const char* before) {
-    if (equalsAny(last, SECRET_WORDS) || endsWithAny(last, SECRET_ENDINGS)) return true;
-    return strcmp(last, "key") == 0 && equalsAny(before, KEY_QUALIFIERS);
+/// Whether a lower-case letter can end a secret word: most names are turned away on this alone.
+bool endsLikeASecret(char c) {
+    c = static_cast<char>(isUpper(c) ? c - 'A' + 'a' : c);
+    return c == 'd' || c == 's' || c == 'w' || c == 'e' || c == 't' || c == 'n' || c == 'l' ||
+           c == 'y' || c == 'h' || c == 'k';
 }
 
 }  // namespace
@@ -70,6 +86,9 @@ bool isSecretWords(const char* last, const char* before) {
 NameKind classifyName(const char* name, size_t length) {
     while (length > 0 && (*name == '-' || *name == '$' || *name == '@')) ++name, --length;
     if (length == 0 || length > LONGEST_NAME) return NAME_ORDINARY;
+    size_t last = length;
+    while (last > 0 && !isUpper(name[last - 1]) && !isLower(name[last - 1])) --last;
+    if (last == 0 || !endsLikeASecret(name[last - 1])) return NAME_ORDINARY;
     // The shell keeps folders there, whatever the letters say.
     if ((length == 3 && memcmp(name, "PWD", 3) == 0) || (length == 6 && memcmp(name, "OLDPWD", 6) == 0))
         return NAME_ORDINARY;
@@ -101,10 +120,14 @@ NameKind classifyName(const char* name, size_t length) {
         end = begin;
     }
     if (found == 0) return NAME_ORDINARY;
-    char last[LONGEST_NAME + 1], before[LONGEST_NAME + 1] = "";
-    copyWord(name, begins[0], ends[0], last);
-    if (found == 2) copyWord(name, begins[1], ends[1], before);
-    return isSecretWords(last, before) ? NAME_SECRET : NAME_ORDINARY;
+    char word[LONGEST_NAME + 1], before[LONGEST_NAME + 1];
+    size_t size = copyWord(name, begins[0], ends[0], word);
+    if (equalsAny(word, size, SECRET_WORDS, countOf(SECRET_WORDS)) ||
+        endsWithAny(word, size, SECRET_ENDINGS, countOf(SECRET_ENDINGS)))
+        return NAME_SECRET;
+    if (found < 2 || size != 3 || memcmp(word, "key", 3) != 0) return NAME_ORDINARY;
+    size = copyWord(name, begins[1], ends[1], before);
+    return equalsAny(before, size, KEY_QUALIFIERS, countOf(KEY_QUALIFIERS)) ? NAME_SECRET : NAME_ORDINARY;
 }
 
 bool isPlainValue(const char* value, size_t length) {
@@ -138,8 +161,7 @@ bool isSecretBlockElement(const char* name, size_t length) {
     for (size_t i = 0; i < length; ++i) {
         lowered[i] = static_cast<char>(isUpper(name[i]) ? name[i] - 'A' + 'a' : name[i]);
     }
-    lowered[length] = '\0';
-    if (equalsAny(lowered, VPN_BLOCKS)) return true;
+    if (equalsAny(lowered, length, VPN_BLOCKS, countOf(VPN_BLOCKS))) return true;
     return classifyName(name, length) == NAME_SECRET;
 }
 

@@ -50,8 +50,9 @@ public:
         indent = indentOf(line, size);
         keyStart = indent;
         if (keyStart + 1 < size && line[keyStart] == '-' && line[keyStart + 1] == ' ') keyStart += 2;
+        char first = keyStart < size ? line[keyStart] : '\0';
         for (const char* word : {"export", "declare -x", "declare", "set", "readonly"}) {
-            if (startsWithWord(line, size, keyStart, word)) {
+            if (first == word[0] && startsWithWord(line, size, keyStart, word)) {
                 keyStart += strlen(word) + 1;
                 shell = true;
                 break;
@@ -68,7 +69,7 @@ public:
             if (kind & SEPARATOR) {
                 at = afterSeparator(at);
             } else if (line[at] == '-') {
-                if (size - at > 11 && memcmp(line + at, "-----BEGIN ", 11) == 0) {
+                if (at + 11 < size && line[at + 1] == '-' && memcmp(line + at, "-----BEGIN ", 11) == 0) {
                     at = afterKeyBlock(at);
                 } else if (wordStart && (at == 0 || isBlank(line[at - 1]))) {
                     at = maskOption(line, size, at, edits) - 1;
