@@ -17,6 +17,14 @@ bool startsWith(const char* line, size_t length, const char* prefix) {
     return length >= size && memcmp(line, prefix, size) == 0;
 }
 
+/// Whether the line is `name:` alone, opening a mapping (a log's "data: {...}" is not one).
+bool isMappingHeader(const char* line, size_t length, const char* name) {
+    size_t size = strlen(name);
+    if (!startsWith(line, length, name)) return false;
+    while (size < length && isBlank(line[size])) ++size;
+    return size == length || line[size] == '#';
+}
+
 /// Whether the line, from `at`, reads as a setting of its own: name= or name: (not a URL).
 bool isSetting(const char* line, size_t length, size_t at) {
     size_t end = at;
@@ -193,7 +201,7 @@ bool LineMasker::trackDocument(const char* line, size_t size, size_t length, std
         Kind found = length - value == 6 && memcmp(line + value, "Secret", 6) == 0 ? KIND_SECRET : KIND_OTHER;
         if (holding) releaseHeld(found, out, counts);
         kind = found;
-    } else if (topLevel && (startsWith(line, length, "data:") || startsWith(line, length, "stringData:"))) {
+    } else if (topLevel && (isMappingHeader(line, length, "data:") || isMappingHeader(line, length, "stringData:"))) {
         secretData = kind == KIND_SECRET;
         if (kind == KIND_UNKNOWN && !holding) holding = true;
     } else if (topLevel) {

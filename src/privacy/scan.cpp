@@ -30,14 +30,6 @@ const Classes CLASSES;
 
 bool isWordByte(char c) { return (CLASSES.of[static_cast<uint8_t>(c)] & WORD) != 0; }
 
-bool isShellName(const char* name, size_t length) {
-    for (size_t i = 0; i < length; ++i) {
-        char c = name[i];
-        if (!((c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_')) return false;
-    }
-    return length > 0;
-}
-
 bool startsWithWord(const char* line, size_t size, size_t at, const char* word) {
     size_t length = strlen(word);
     return at + length < size && memcmp(line + at, word, length) == 0 && isBlank(line[at + length]);
@@ -189,9 +181,10 @@ private:
                 return size;
             }
         }
+        // At the start of a line a value runs to its end (a value with blanks must not leak its
+        // tail), but for the shell's export and declare, which quote such values.
         size_t end = value;
-        bool toLineEnd = atLineStart && !oneWord && !shell &&
-                         !(line[at] == '=' && !isBlank(line[at - 1]) && isShellName(line + keyStart, at - keyStart));
+        bool toLineEnd = atLineStart && !oneWord && !shell;
         if (toLineEnd) {
             end = size;
             while (end > value && isBlank(line[end - 1])) --end;
