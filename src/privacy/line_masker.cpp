@@ -158,9 +158,11 @@ bool LineMasker::continueOpen(const char* line, size_t length, size_t& from) {
                 openKeyBlock(countOnce());
                 return true;
             }
+            // A nested element is judged by its own name: masking it whole would break the XML.
+            if (close == nullptr && indent < length && line[indent] == '<') return false;
             size_t textEnd = end;
             while (textEnd > indent && isBlank(line[textEnd - 1])) --textEnd;
-            if (textEnd > indent && line[indent] != '#' &&
+            if (textEnd > indent && line[indent] != '#' && line[indent] != '<' &&
                 edits.add(line, indent, textEnd, open.counted ? UNCOUNTED : MASK_NAMED_VALUE))
                 open.counted = true;
             if (close == nullptr) return true;

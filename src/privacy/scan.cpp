@@ -219,6 +219,7 @@ private:
         size_t text = open + 1;
         if (close != nullptr) {
             size_t end = static_cast<size_t>(close - line);
+            if (memchr(line + text, '<', end - text) != nullptr) return open;  // nested elements
             if (classifyName(line + name, nameEnd - name) == NAME_SECRET && !isPlainValue(line + text, end - text))
                 edits.add(line, text, end, MASK_NAMED_VALUE);
             return end;
@@ -228,6 +229,7 @@ private:
         while (rest < size && isBlank(line[rest])) ++rest;
         follow.kind = FOLLOW_ELEMENT;
         follow.element = closing;
+        if (rest < size && line[rest] == '<') return rest - 1;
         if (rest < size) follow.counted = edits.add(line, rest, size, MASK_NAMED_VALUE);
         return size;
     }
