@@ -70,12 +70,12 @@ TEST(Masking, ValuesAreCountedUnderTheirRule) {
         unsigned long long count;
     } cases[] = {
         {"journal.log", MASK_HTTP_AUTH, 3},     {"journal.log", MASK_COOKIE, 3},
-        {"journal.log", MASK_TOKEN_FORM, 6},    {"journal.log", MASK_JWT, 1},
+        {"journal.log", MASK_TOKEN_FORM, 10},    {"journal.log", MASK_JWT, 1},
         {"journal.log", MASK_URL_PASSWORD, 2},  {"keys.pem", MASK_PRIVATE_KEY, 3},
         {"client.ovpn", MASK_PRIVATE_KEY, 3},   {"k8s-secrets.yaml", MASK_K8S_SECRET, 6},
         {"netrc", MASK_NETRC, 4},               {"shadow", MASK_CRYPT_HASH, 4},
         {"ps.txt", MASK_COMMAND_LINE, 9},       {"registry-config.json", MASK_REGISTRY_AUTH, 2},
-        {"application.yaml", MASK_NAMED_VALUE, 8},
+        {"application.yaml", MASK_NAMED_VALUE, 9},
     };
     for (const auto& c : cases) {
         MaskCounts counts;
