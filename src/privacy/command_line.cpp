@@ -43,14 +43,17 @@ size_t maskNextWord(const char* line, size_t size, size_t at, LineEdits& edits) 
 
 }  // namespace
 
-size_t maskOption(const char* line, size_t size, size_t at, LineEdits& edits) {
+size_t maskOption(const char* line, size_t size, size_t at, Programs& programs, LineEdits& edits) {
     size_t name = at + 1;
     if (name < size && line[name] == '-') ++name;
     size_t end = name;
     while (end < size && isNameChar(line[end])) ++end;
     if (end == name) return at + 1;
     // -p with the password glued on or as the next word, for the few programs that take it so.
-    if (end > name && line[name] == 'p' && name == at + 1 && takesGluedPassword(line, size)) {
+    if (line[name] == 'p' && name == at + 1 && programs.gluedPassword < 0) {
+        programs.gluedPassword = takesGluedPassword(line, size);
+    }
+    if (line[name] == 'p' && name == at + 1 && programs.gluedPassword == 1) {
         if (end == name + 1) return maskNextWord(line, size, end, edits);
         size_t valueEnd = wordEnd(line, size, name + 1);
         edits.add(line, name + 1, valueEnd, MASK_COMMAND_LINE);
@@ -58,7 +61,8 @@ size_t maskOption(const char* line, size_t size, size_t at, LineEdits& edits) {
     }
     // curl -u user:password, --user user:password: the part after the first colon.
     bool user = (end - name == 1 && line[name] == 'u') || (end - name == 4 && strncmp(line + name, "user", 4) == 0);
-    if (user && end < size && isBlank(line[end]) && mentions(line, size, "curl")) {
+    if (user && programs.curl < 0) programs.curl = mentions(line, size, "curl");
+    if (user && end < size && isBlank(line[end]) && programs.curl == 1) {
         size_t value = end;
         while (value < size && isBlank(line[value])) ++value;
         size_t valueEnd = wordEnd(line, size, value);

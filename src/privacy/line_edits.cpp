@@ -10,18 +10,16 @@ namespace privacy {
 bool LineEdits::add(const char* line, size_t begin, size_t end, int rule) {
     if (end <= begin) return false;
     if (end - begin == 8 && memcmp(line + begin, MASKED_VALUE, 8) == 0) return false;
-    for (const Edit& edit : edits) {
-        if (begin < edit.end && edit.begin < end) return false;
+    // Ranges come left to right nearly always: only one that starts before the end of another
+    // needs the check against all.
+    if (begin < furthest) {
+        for (const Edit& edit : edits) {
+            if (begin < edit.end && edit.begin < end) return false;
+        }
     }
     edits.push_back({begin, end, rule});
+    if (end > furthest) furthest = end;
     return true;
-}
-
-bool LineEdits::covers(size_t at) const {
-    for (const Edit& edit : edits) {
-        if (at >= edit.begin && at < edit.end) return true;
-    }
-    return false;
 }
 
 void LineEdits::write(const char* line, size_t size, std::string& out, MaskCounts& counts) {

@@ -14,6 +14,9 @@ namespace {
 
 enum : uint8_t { SEPARATOR = 1, OPENER = 2, TOKEN_START = 4, WORD = 8 };
 
+// Longer names are no setting's: looking further back would cost on long lines.
+constexpr size_t LONGEST_NAME = 128;
+
 struct Classes {
     uint8_t of[256] = {};
     Classes() {
@@ -64,7 +67,7 @@ public:
                 if (at + 11 < size && line[at + 1] == '-' && memcmp(line + at, "-----BEGIN ", 11) == 0) {
                     at = afterKeyBlock(at);
                 } else if (wordStart && (at == 0 || isBlank(line[at - 1]))) {
-                    at = maskOption(line, size, at, edits) - 1;
+                    at = maskOption(line, size, at, programs, edits) - 1;
                 }
             } else if (line[at] == '<') {
                 at = afterElement(at);
@@ -105,11 +108,11 @@ private:
         if (quoted) {
             char quote = line[nameEnd - 1];
             nameBegin = --nameEnd;
-            while (nameBegin > 0 && line[nameBegin - 1] != quote) --nameBegin;
-            if (nameBegin == 0) return at;
+            while (nameBegin > 0 && line[nameBegin - 1] != quote && nameEnd - nameBegin <= LONGEST_NAME) --nameBegin;
+            if (nameBegin == 0 || nameEnd - nameBegin > LONGEST_NAME) return at;
             keyBegin = nameBegin - 1;
         } else {
-            while (nameBegin > 0 && isNameChar(line[nameBegin - 1])) --nameBegin;
+            while (nameBegin > 0 && isNameChar(line[nameBegin - 1]) && nameEnd - nameBegin <= LONGEST_NAME) --nameBegin;
             if (nameBegin > 0 && (line[nameBegin - 1] == '$' || line[nameBegin - 1] == '@')) --nameBegin;
             keyBegin = nameBegin;
         }
@@ -206,7 +209,8 @@ private:
     size_t afterElement(size_t at) {
         size_t name = at + 1, nameEnd = name;
         while (nameEnd < size && (isNameChar(line[nameEnd]) || line[nameEnd] == ':')) ++nameEnd;
-        if (nameEnd == name || nameEnd >= size) return at;
+        // Only a secret's element is looked into further: a minified XML line holds thousands.
+        if (nameEnd == name || nameEnd >= size || !isSecretBlockElement(line + name, nameEnd - name)) return at;
         size_t open = nameEnd;
         if (line[open] != '>') {
             if (!isBlank(line[open])) return at;
@@ -224,7 +228,7 @@ private:
                 edits.add(line, text, end, MASK_NAMED_VALUE);
             return end;
         }
-        if (!facts.lineStart || !isSecretBlockElement(line + name, nameEnd - name)) return at;
+        if (!facts.lineStart) return at;
         size_t rest = text;
         while (rest < size && isBlank(line[rest])) ++rest;
         follow.kind = FOLLOW_ELEMENT;
@@ -294,6 +298,7 @@ private:
     size_t indent = 0;
     size_t keyStart = 0;
     bool shell = false;
+    Programs programs;
 };
 
 }  // namespace

@@ -19,9 +19,10 @@ public:
     /// Adds line[begin, end) under `rule` unless it is empty, masked already or overlaps one
     /// added before; whether it was added.
     bool add(const char* line, size_t begin, size_t end, int rule);
-    /// Whether `at` lies inside a range added.
-    bool covers(size_t at) const;
-    void clear() { edits.clear(); }
+    void clear() {
+        edits.clear();
+        furthest = 0;
+    }
     bool empty() const { return edits.empty(); }
     /// Appends line[0, size) with every range replaced by the mask, and counts the ranges.
     void write(const char* line, size_t size, std::string& out, MaskCounts& counts);
@@ -32,6 +33,7 @@ private:
         int rule;
     };
     std::vector<Edit> edits;
+    size_t furthest = 0;  // the end of the range that ends last
 };
 
 /// What a line leaves open for the lines after it.
@@ -80,9 +82,15 @@ size_t maskAuthorization(const char* line, size_t at, size_t stop, LineEdits& ed
 /// The values of a Cookie header (all of them) or a Set-Cookie header (the first).
 size_t maskCookies(const char* line, size_t at, size_t stop, bool first, LineEdits& edits);
 
-/// A command-line option at line[at] ('-'): --password x, --token=..., -pX for mysql and sshpass.
-/// Returns where scanning goes on.
-size_t maskOption(const char* line, size_t size, size_t at, LineEdits& edits);
+/// Which programs a line names, looked up once a line and only when an option asks.
+struct Programs {
+    int gluedPassword = -1;  // mysql, mariadb or sshpass, which take -pX; -1 not looked up yet
+    int curl = -1;
+};
+
+/// A command-line option at line[at] ('-'): --password x, -pX for mysql and sshpass, curl's
+/// -u user:password. Returns where scanning goes on.
+size_t maskOption(const char* line, size_t size, size_t at, Programs& programs, LineEdits& edits);
 
 /// The leading blanks of a line.
 inline size_t indentOf(const char* line, size_t size) {
