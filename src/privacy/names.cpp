@@ -142,7 +142,12 @@ bool isPlainValue(const char* value, size_t length) {
     }
     if (value[0] == '/' || (length > 1 && value[0] == '~' && value[1] == '/') ||
         (length > 2 && isAlnum(value[0]) && value[1] == ':' && value[2] == '\\')) {
-        return memchr(value, ' ', length) == nullptr;
+        // A path, or a list of absolute paths.
+        for (const char* blank = value; (blank = static_cast<const char*>(memchr(blank, ' ', length - (blank - value)))) != nullptr;) {
+            while (blank < value + length && *blank == ' ') ++blank;
+            if (blank < value + length && *blank != '/') return false;
+        }
+        return true;
     }
     if (length > 3 && value[0] == '$' && value[1] == '{' && value[length - 1] == '}') return true;
     if (length > 1 && value[0] == '$' && (isUpper(value[1]) || value[1] == '_')) {
@@ -153,6 +158,29 @@ bool isPlainValue(const char* value, size_t length) {
     }
     const char* scheme = static_cast<const char*>(memmem(value, length, "://", 3));
     return scheme != nullptr && scheme > value && memchr(value, ' ', length) == nullptr;
+}
+
+bool isNameServiceList(const char* value, size_t length) {
+    static const Word SOURCES[] = {{"files", 5},  {"systemd", 7}, {"sss", 3},      {"ldap", 4},
+                                   {"nis", 3},    {"nisplus", 7}, {"compat", 6},   {"db", 2},
+                                   {"winbind", 7}, {"altfiles", 8}, {"cache", 5},   {"hesiod", 6},
+                                   {"extrausers", 10}, {"usrfiles", 8}};
+    size_t at = 0, words = 0;
+    while (at < length) {
+        while (at < length && isBlank(value[at])) ++at;
+        if (at >= length) break;
+        size_t end = at;
+        if (value[at] == '[') {
+            while (end < length && value[end] != ']') ++end;
+            at = end + 1;
+            continue;
+        }
+        while (end < length && !isBlank(value[end])) ++end;
+        if (!equalsAny(value + at, end - at, SOURCES, countOf(SOURCES))) return false;
+        ++words;
+        at = end;
+    }
+    return words > 0;
 }
 
 bool isSecretBlockElement(const char* name, size_t length) {

@@ -23,6 +23,9 @@ NameKind classifyName(const char* name, size_t length);
 /// path, a URL (its password has a rule of its own), a variable reference, or already masked.
 bool isPlainValue(const char* value, size_t length);
 
+/// Whether a value is the sources of an nsswitch.conf database ("passwd: files systemd").
+bool isNameServiceList(const char* value, size_t length);
+
 /// Whether an element alone on its line opens a block whose every line is secret: a secret
 /// name, or a VPN profile's inline key (<key>, <secret>, <tls-auth>, <tls-crypt>...).
 bool isSecretBlockElement(const char* name, size_t length);

@@ -138,6 +138,9 @@ private:
         }
         if (name == NAME_REGISTRY_AUTH) return quoted && line[at] == ':' ? maskValue(at, false, true, MASK_REGISTRY_AUTH) : at;
         if (name == NAME_ORDINARY) return at;
+        if (line[at] == ':' && nameEnd - nameBegin == 6 && memcmp(line + nameBegin, "passwd", 6) == 0 &&
+            isNameServiceList(line + at + 1, size - at - 1))
+            return at;
         int rule = line[nameBegin] == '-' ? MASK_COMMAND_LINE : MASK_NAMED_VALUE;
         // A quoted name is JSON's: its bare value (a number, null) ends where the next member starts.
         return maskValue(at, atLineStart, quoted, rule);
@@ -228,9 +231,11 @@ private:
                 edits.add(line, text, end, MASK_NAMED_VALUE);
             return end;
         }
-        if (!facts.lineStart) return at;
+        // Over several lines only when it opens its line: "# <key>|..." in a comment is no block.
+        if (!facts.lineStart || at != indent) return at;
         size_t rest = text;
         while (rest < size && isBlank(line[rest])) ++rest;
+        if (rest < size && classifyName(line + name, nameEnd - name) != NAME_SECRET) return at;
         follow.kind = FOLLOW_ELEMENT;
         follow.element = closing;
         if (rest < size && line[rest] == '<') return rest - 1;
