@@ -45,7 +45,7 @@ const Word SECRET_WORDS[] = {
     WORD("passphrase"), WORD("passcode"), WORD("secret"), WORD("secrets"), WORD("token"),
     WORD("tokens"), WORD("cookie"), WORD("cookies"), WORD("credential"), WORD("credentials"),
     WORD("creds"), WORD("apikey"), WORD("privkey"), WORD("privatekey"), WORD("secretkey"),
-    WORD("accesskey"), WORD("sharedkey"), WORD("psk"), WORD("auth"), WORD("private")};
+    WORD("accesskey"), WORD("sharedkey"), WORD("psk"), WORD("auth")};
 // Glued to a product or scope name: PGPASSWORD, clientsecret.
 const Word SECRET_ENDINGS[] = {WORD("password"), WORD("passwd"), WORD("passphrase"), WORD("secret"),
                                WORD("token"), WORD("credentials"), WORD("credential"), WORD("apikey")};
@@ -125,6 +125,8 @@ NameKind classifyName(const char* name, size_t length) {
     if (equalsAny(word, size, SECRET_WORDS, countOf(SECRET_WORDS)) ||
         endsWithAny(word, size, SECRET_ENDINGS, countOf(SECRET_ENDINGS)))
         return NAME_SECRET;
+    // SSH_PRIVATE is a key; "private" alone is as often a flag or a word of prose.
+    if (found == 2 && size == 7 && memcmp(word, "private", 7) == 0) return NAME_SECRET;
     if (found < 2 || size != 3 || memcmp(word, "key", 3) != 0) return NAME_ORDINARY;
     size = copyWord(name, begins[1], ends[1], before);
     return equalsAny(before, size, KEY_QUALIFIERS, countOf(KEY_QUALIFIERS)) ? NAME_SECRET : NAME_ORDINARY;
@@ -150,6 +152,12 @@ bool isPlainValue(const char* value, size_t length) {
         return true;
     }
     if (length > 3 && value[0] == '$' && value[1] == '{' && value[length - 1] == '}') return true;
+    if (value[0] == '$') {  // $dir/private/cakey.pem, ${base}/key.pem: a path below a variable's
+        const char* slash = static_cast<const char*>(memchr(value, '/', length));
+        size_t name = 1;
+        while (name < length && (isAlnum(value[name]) || value[name] == '_' || value[name] == '{' || value[name] == '}')) ++name;
+        if (slash != nullptr && value + name == slash && name > 1 && memchr(value, ' ', length) == nullptr) return true;
+    }
     if (length > 1 && value[0] == '$' && (isUpper(value[1]) || value[1] == '_')) {
         for (size_t i = 1; i < length; ++i) {
             if (!isAlnum(value[i]) && value[i] != '_') return false;

@@ -166,7 +166,13 @@ private:
             if (!isPlainValue(line + value + 1, end - value - 1)) edits.add(line, value + 1, end, rule);
             return end;
         }
-        if (first == '{' || first == '[') {
+        // A bracket alone after '=' opens code's structure, not JSON's: nothing to mask.
+        if ((first == '{' || first == '[') && line[at] == '=') {
+            size_t rest = value + 1;
+            while (rest < size && isBlank(line[rest])) ++rest;
+            if (rest == size) return at;
+        }
+        if ((first == '{' || first == '[') && line[at] == ':') {
             int depth = 0;
             size_t end = maskJsonValues(line, size, value, depth, rule, edits);
             if (depth > 0) {
@@ -199,7 +205,13 @@ private:
         }
         bool goesOn = end > value && line[end - 1] == '\\' && toLineEnd;
         if (goesOn) --end;
-        if (isPlainValue(line + value, end - value)) return at;
+        // A path may carry a comment after it: "$dir/private/cakey.pem# The private key".
+        size_t plainEnd = end;
+        if (first == '/' || first == '$') {
+            const char* hash = static_cast<const char*>(memchr(line + value, '#', end - value));
+            if (hash != nullptr) plainEnd = static_cast<size_t>(hash - line);
+        }
+        if (isPlainValue(line + value, plainEnd - value)) return at;
         if (edits.add(line, value, end, rule) && toLineEnd) {
             follow.kind = goesOn ? FOLLOW_BACKSLASH : FOLLOW_INDENTED;
             follow.indent = indent;
