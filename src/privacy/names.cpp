@@ -45,7 +45,7 @@ const Word SECRET_WORDS[] = {
     WORD("passphrase"), WORD("passcode"), WORD("secret"), WORD("secrets"), WORD("token"),
     WORD("tokens"), WORD("cookie"), WORD("cookies"), WORD("credential"), WORD("credentials"),
     WORD("creds"), WORD("apikey"), WORD("privkey"), WORD("privatekey"), WORD("secretkey"),
-    WORD("accesskey"), WORD("sharedkey"), WORD("psk"), WORD("auth")};
+    WORD("accesskey"), WORD("sharedkey"), WORD("psk")};
 // Glued to a product or scope name: PGPASSWORD, clientsecret.
 const Word SECRET_ENDINGS[] = {WORD("password"), WORD("passwd"), WORD("passphrase"), WORD("secret"),
                                WORD("token"), WORD("credentials"), WORD("credential"), WORD("apikey")};
@@ -127,6 +127,14 @@ NameKind classifyName(const char* name, size_t length) {
         return NAME_SECRET;
     // SSH_PRIVATE is a key; "private" alone is as often a flag or a word of prose.
     if (found == 2 && size == 7 && memcmp(word, "private", 7) == 0) return NAME_SECRET;
+    // An environment variable's *_AUTH holds credentials; a setting's ssl.client.auth or
+    // transparentAuth says how to authenticate.
+    if (size == 4 && memcmp(word, "auth", 4) == 0) {
+        for (size_t i = 0; i < length; ++i) {
+            if (!isUpper(name[i]) && !isDigit(name[i]) && name[i] != '_') return NAME_ORDINARY;
+        }
+        return NAME_SECRET;
+    }
     if (found < 2 || size != 3 || memcmp(word, "key", 3) != 0) return NAME_ORDINARY;
     size = copyWord(name, begins[1], ends[1], before);
     return equalsAny(before, size, KEY_QUALIFIERS, countOf(KEY_QUALIFIERS)) ? NAME_SECRET : NAME_ORDINARY;
