@@ -191,8 +191,9 @@ void LineMasker::releaseHeld(Kind documentKind, std::string& out, MaskCounts& co
     midLine = savedMidLine;
 }
 
-bool LineMasker::trackDocument(const char* line, size_t size, size_t length, std::string& out, MaskCounts& counts) {
-    bool topLevel = length > 0 && !isBlank(line[0]) && line[0] != '#';
+bool LineMasker::trackDocument(const char* line, size_t size, size_t length, bool lineStart, std::string& out,
+                               MaskCounts& counts) {
+    bool topLevel = lineStart && length > 0 && !isBlank(line[0]) && line[0] != '#';
     if (topLevel && startsWith(line, length, "---")) {
         if (holding) releaseHeld(KIND_OTHER, out, counts);
         kind = KIND_UNKNOWN;
@@ -220,7 +221,7 @@ void LineMasker::maskLine(const char* line, size_t size, std::string& out, MaskC
     midLine = size == 0 || line[size - 1] != '\n';
     size_t length = size;
     while (length > 0 && (line[length - 1] == '\n' || line[length - 1] == '\r')) --length;
-    if (lineStart && trackDocument(line, size, length, out, counts)) return;
+    if (trackDocument(line, size, length, lineStart, out, counts)) return;
     edits.clear();
     dropLine = false;
     size_t from = 0;
@@ -231,6 +232,9 @@ void LineMasker::maskLine(const char* line, size_t size, std::string& out, MaskC
         }
         size_t indent = indentOf(line, length);
         if (startsWith(line + indent, length - indent, "machine ")) netrc = true;
+    } else if (valueRunsOn) {
+        while (from < length && !isBlank(line[from])) ++from;
+        edits.add(line, 0, from, UNCOUNTED);
     }
     LineFacts facts;
     facts.lineStart = lineStart;
@@ -238,6 +242,7 @@ void LineMasker::maskLine(const char* line, size_t size, std::string& out, MaskC
     facts.secretData = secretData;
     Follow follow;
     scanLine(line, length, from, facts, edits, follow);
+    valueRunsOn = midLine && length > 0 && edits.furthestEnd() == length;
     if (follow.kind == FOLLOW_KEY_BLOCK) {
         openKeyBlock(MASK_PRIVATE_KEY);
     } else if (follow.kind != FOLLOW_NONE) {

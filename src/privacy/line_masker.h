@@ -28,8 +28,9 @@ private:
     bool continueOpen(const char* line, size_t length, size_t& from);
     bool continueKeyBlock(const char* line, size_t length);
     bool continueIndented(const char* line, size_t length);
-    /// Follows the documents of a YAML stream; whether the line was held back.
-    bool trackDocument(const char* line, size_t size, size_t length, std::string& out, MaskCounts& counts);
+    /// Follows the documents of a YAML stream; whether the line (or piece) was held back.
+    bool trackDocument(const char* line, size_t size, size_t length, bool lineStart, std::string& out,
+                       MaskCounts& counts);
     void releaseHeld(Kind kind, std::string& out, MaskCounts& counts);
     /// A key block opens; its body is counted under `rule` (UNCOUNTED when what holds it was).
     void openKeyBlock(int rule);
@@ -43,6 +44,7 @@ private:
     int keyRule = MASK_PRIVATE_KEY;
     bool dropLine = false;
     bool midLine = false;
+    bool valueRunsOn = false;  // the last piece of an overlong line ended inside a masked value
     bool netrc = false;
     Kind kind = KIND_UNKNOWN;
     bool secretData = false;

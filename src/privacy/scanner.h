@@ -24,6 +24,8 @@ public:
         furthest = 0;
     }
     bool empty() const { return edits.empty(); }
+    /// Where the range that ends last ends (0 when there is none).
+    size_t furthestEnd() const { return furthest; }
     /// Appends line[0, size) with every range replaced by the mask, and counts the ranges.
     void write(const char* line, size_t size, std::string& out, MaskCounts& counts);
 
