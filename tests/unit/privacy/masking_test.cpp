@@ -125,6 +125,7 @@ TEST(Masking, LongLinesAndLateSecretsAreMaskedWithinBoundedMemory) {
     } cases[] = {
         {line + "\n" + line, want + "\n" + want},  // the second with no newline at all
         {late + "\nDB_PASSWORD=late\n", late + "\nDB_PASSWORD=********\n"},
+        {"password=" + std::string(3 << 19, 'x') + "\n", "password=****************\n"},  // cut in two
     };
     for (const auto& c : cases) {
         for (size_t chunk : {size_t{65536}, c.in.size()}) {
