@@ -42,7 +42,7 @@ void printUsage() {
     const char* fileOrFolder = _("file or folder");
     printf("%s\n\n", PROGRAM_TITLE);
     printf("Usage: gatr [-i <%s>] [-A|--no-archive] [-C|--no-check] [-s|--silent]\n", fileOrFolder);
-    printf("           [--orb-threads]\n\n");
+    printf("           [--obfuscate] [--orb-threads]\n\n");
     printf("       gatr --hash sha256 <%s>\n", fileOrFolder);
     printf("       gatr --hash sha1 <%s>\n", fileOrFolder);
     printf("       gatr --hash md5 <%s>\n\n", fileOrFolder);
@@ -119,6 +119,10 @@ void parseCommandLine(int argc, char** argv) {
         }
         if (is(current, "--silent", "-s")) {
             work::options |= OPT_SILENT;
+            matched = true;
+        }
+        if (is(current, "--obfuscate")) {
+            work::options |= OPT_OBFUSCATE;
             matched = true;
         }
         if (is(current, "--orb-threads")) {

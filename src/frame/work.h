@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <list>
 #include <string>
+#include <vector>
 
 #include "json/jsonparser.h"
 
@@ -24,6 +25,7 @@ constexpr uint64_t OPT_DEBUG_ARCHIVE = 0x400000;
 constexpr uint64_t OPT_DEBUG_ORB = 0x800000;
 constexpr uint64_t OPT_DEBUG_RK = 0x1000000;
 constexpr uint64_t OPT_DRY_RUN = 0x20000000;
+constexpr uint64_t OPT_OBFUSCATE = 0x40000000;
 
 // Bits of work::detected, OR-ed in by the product sections.
 constexpr uint64_t DETECTED_ORB = 0x10;
@@ -42,6 +44,13 @@ struct RunLimits {
     int commandSeconds = 300;        // any program gatr runs, but tar
     int archiveSeconds = 3600;       // tar
     int transferStallSeconds = 60;   // a transfer in which no byte moves
+};
+
+// "obfuscation" of the configuration file: names to replace beyond the machine's own.
+struct ObfuscationConfig {
+    std::vector<std::string> domains;
+    std::vector<std::string> users;
+    std::vector<std::string> keywords;
 };
 
 namespace work {
@@ -65,4 +74,5 @@ extern const char* ftpArchiveFileName;
 extern bool hasOrbDebugOn;
 extern RunLimits limits;
 extern bool maskSecrets;  // "mask_secrets" of the configuration file; on unless support asks
+extern ObfuscationConfig obfuscation;
 }  // namespace work
