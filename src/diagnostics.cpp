@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "collect/archive.h"
+#include "collect/obfuscation_setup.h"
 #include "frame/console.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
@@ -45,6 +46,8 @@ int generateDiagnostics() {
     bool silent = (work::options & OPT_SILENT) != 0;
     if (!silent) printStatus(_("diagnostics generation commenced"));
     enableLogging();
+    prepareObfuscation();
+    writeObfuscationNotice();
     setProgressBar(2);
     seedSettings();
 
@@ -75,6 +78,7 @@ int generateDiagnostics() {
 
     char archivePath[PATH_SIZE] = {};
     ArchiveResult archive = createArchive((work::options & OPT_NO_ARCHIVE) != 0, archivePath);
+    finishObfuscation(archive == ArchiveResult::MADE ? archivePath : nullptr);
     if (!silent) {
         setProgressBar(100);
         printStatus(_("diagnostics generation completed"));

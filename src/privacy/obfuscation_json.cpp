@@ -219,3 +219,15 @@ bool ObfuscationMap::rebuild() {
 }
 
 }  // namespace privacy
+
+namespace privacy {
+
+bool looksLikeMapping(const char* text, size_t size) {
+    std::string head(text, std::min<size_t>(size, 256));
+    Reader reader{head};
+    std::string key, value;
+    return reader.take('{') && reader.readString(key) && key == "format" && reader.take(':') &&
+           reader.readString(value) && value == FORMAT_NAME;
+}
+
+}  // namespace privacy

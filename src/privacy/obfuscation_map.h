@@ -98,3 +98,10 @@ private:
 };
 
 }  // namespace privacy
+
+namespace privacy {
+
+/// Whether text (the first bytes of a file) opens as a mapping that ObfuscationMap::save() writes.
+bool looksLikeMapping(const char* text, size_t size);
+
+}  // namespace privacy
