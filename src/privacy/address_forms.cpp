@@ -162,14 +162,13 @@ bool parseMac(const char* text, size_t size, uint8_t bytes[6], MacForm& form, bo
 }
 
 std::string formatMac(const uint8_t bytes[6], MacForm form, bool upper) {
-    const char* pair = upper ? "%02X" : "%02x";
+    const char* digits = upper ? "0123456789ABCDEF" : "0123456789abcdef";
     std::string text;
-    char piece[4];
     for (int b = 0; b < 6; ++b) {
         if (b > 0 && form != MAC_DOTTED) text += form == MAC_COLON ? ':' : '-';
         if (b > 0 && form == MAC_DOTTED && b % 2 == 0) text += '.';
-        snprintf(piece, sizeof piece, pair, bytes[b]);
-        text += piece;
+        text += digits[bytes[b] >> 4];
+        text += digits[bytes[b] & 15];
     }
     return text;
 }

@@ -4,7 +4,6 @@
 // classes and length before any look-up, which keeps the pass near copying speed.
 #include "privacy/obfuscation.h"
 
-#include <cctype>
 #include <cstring>
 
 namespace privacy {
@@ -26,7 +25,7 @@ struct CharClasses {
 };
 const CharClasses CLASSES;
 
-char lowerChar(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
+char lowerChar(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
 
 /// Rewrites one token with the map; counts each replacement by kind.
 class TokenRewriter {
@@ -88,22 +87,23 @@ private:
     /// Each part between separators rewritten alone, the separators kept.
     bool rewriteParts(const char* text, size_t size, char separator, std::string& out,
                       bool (TokenRewriter::*rewritePart)(const char*, size_t, std::string&)) {
+        // Nothing is copied until a part changes: most tokens come out as they went in.
         bool changed = false;
-        std::string whole, part;
+        std::string part;
         size_t begin = 0;
         for (size_t i = 0; i <= size; ++i) {
             if (i < size && text[i] != separator) continue;
             part.clear();
             if ((this->*rewritePart)(text + begin, i - begin, part)) {
-                whole += part;
+                if (!changed) out.assign(text, begin);
                 changed = true;
-            } else {
-                whole.append(text + begin, i - begin);
+                out += part;
+            } else if (changed) {
+                out.append(text + begin, i - begin);
             }
-            if (i < size) whole += separator;
+            if (changed && i < size) out += separator;
             begin = i + 1;
         }
-        if (changed) out = whole;
         return changed;
     }
 
@@ -132,7 +132,7 @@ private:
         std::string lower(text, size);
         for (char& c : lower) c = lowerChar(c);
         for (size_t suffix = 0; suffix < size;) {
-            if (map.isKnownDomain(suffix == 0 ? lower : lower.substr(suffix))) {
+            if (map.isKnownDomain(lower.data() + suffix, size - suffix)) {
                 if (suffix == 0) {
                     out = map.replaceDomain(lower);
                     return count(OBF_DOMAINS);

@@ -140,6 +140,7 @@ bool ObfuscationMap::load(const std::string& text) {
     ObfuscationMap loaded;
     loaded.shortHosts = shortHosts;
     loaded.domainSet = domainSet;
+    loaded.domainLengths = domainLengths;
     loaded.userSet = userSet;
     loaded.keywordSet = keywordSet;
     loaded.wordLengths = wordLengths;
@@ -157,7 +158,7 @@ bool ObfuscationMap::rebuild() {
     static const char* const PREFIXES[OBF_KIND_COUNT] = {"host", "domain", "", "", "", "user", "keyword"};
     for (int kind = 0; kind < OBF_KIND_COUNT; ++kind) {
         std::set<std::string> replacements;
-        for (const auto& row : tables[kind]) {
+        for (auto& row : tables[kind]) {
             const std::string& original = row.first;
             const std::string& replacement = row.second.replacement;
             if (!replacements.insert(replacement).second || original.empty()) return false;
@@ -172,6 +173,7 @@ bool ObfuscationMap::rebuild() {
                 auto placed = networks4.emplace(network, index);
                 if (placed.first->second != index) return false;
                 nextNetwork4 = std::max(nextNetwork4, index + 1);
+                index4[static_cast<uint32_t>(network << 8 | from[3])] = &row.second;
             } else if (kind == OBF_IPV6) {
                 uint8_t from[16], to[16];
                 if (!parseIPv6(original.data(), original.size(), from) ||
@@ -186,6 +188,7 @@ bool ObfuscationMap::rebuild() {
                 nextNetwork6 = std::max(nextNetwork6, index + 1);
                 uint64_t& next = nextInterface6[index];
                 next = std::max(next, number);
+                index6[std::string(reinterpret_cast<char*>(from), 16)] = &row.second;
             } else if (kind == OBF_MAC) {
                 uint8_t from[6], to[6];
                 MacForm form;
@@ -195,12 +198,15 @@ bool ObfuscationMap::rebuild() {
                     std::equal(from, from + 3, to) == false)
                     return false;
                 nextMac = std::max(nextMac, static_cast<uint32_t>(to[3] << 16 | to[4] << 8 | to[5]) + 1);
+                uint64_t key = 0;
+                for (int b = 0; b < 6; ++b) key = key << 8 | from[b];
+                indexMac[key] = &row.second;
             } else {
                 long long number = nameNumber(replacement, PREFIXES[kind], kind == OBF_DOMAINS ? ".example" : "");
                 if (number < 0) return false;
                 nextName[kind] = std::max(nextName[kind], static_cast<unsigned long long>(number) + 1);
                 if (kind == OBF_DOMAINS) {
-                    domainSet.insert(original);
+                    rememberDomain(original);
                 } else {
                     (kind == OBF_HOSTS ? shortHosts : kind == OBF_USERS ? userSet : keywordSet).insert(original);
                     learnWord(original);

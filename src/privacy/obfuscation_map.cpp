@@ -31,6 +31,14 @@ bool namesNoOne(const std::string& lower) {
     return true;
 }
 
+uint64_t lengthBit(size_t size) { return 1ull << (size < 63 ? size : 63); }
+
+uint64_t macKey(const uint8_t bytes[6]) {
+    uint64_t key = 0;
+    for (int b = 0; b < 6; ++b) key = key << 8 | bytes[b];
+    return key;
+}
+
 unsigned pairIndex(const char* lower, size_t size) {
     return static_cast<unsigned char>(lower[0]) << 8 | (size > 1 ? static_cast<unsigned char>(lower[1]) : 0);
 }
@@ -51,15 +59,33 @@ void ObfuscationCounts::add(const ObfuscationCounts& other) {
     for (int kind = 0; kind < OBF_KIND_COUNT; ++kind) byKind[kind] += other.byKind[kind];
 }
 
-ObfuscationMap::ObfuscationMap() : wordStarts(1u << 16, false) {}
+ObfuscationMap::ObfuscationMap() : wordStarts((1u << 16) / 64, 0) {}
 
 void ObfuscationMap::learnWord(const std::string& lower) {
     if (lower.size() < 64) wordLengths |= 1ull << lower.size();
-    if (!lower.empty()) wordStarts[pairIndex(lower.data(), lower.size())] = true;
+    if (lower.empty()) return;
+    unsigned pair = pairIndex(lower.data(), lower.size());
+    wordStarts[pair / 64] |= 1ull << (pair % 64);
+}
+
+void ObfuscationMap::rememberDomain(const std::string& lower) {
+    domainSet.insert(lower);
+    domainLengths |= lengthBit(lower.size());
+}
+
+bool ObfuscationMap::isKnownDomain(const char* lower, size_t size) const {
+    return (domainLengths & lengthBit(size)) != 0 && domainSet.count(std::string(lower, size)) != 0;
+}
+
+ObfuscationMap::Entry& ObfuscationMap::addAddress(int kind, const std::string& key, const std::string& replacement) {
+    Entry& entry = tables[kind][key];
+    entry.replacement = replacement;
+    entry.used = true;
+    return entry;
 }
 
 void ObfuscationMap::learnDomain(const std::string& lower) {
-    if (lower.find('.') != std::string::npos || !namesNoOne(lower)) domainSet.insert(lower);
+    if (lower.find('.') != std::string::npos || !namesNoOne(lower)) rememberDomain(lower);
 }
 
 void ObfuscationMap::configure(const ObfuscationSettings& settings) {
@@ -102,7 +128,9 @@ size_t ObfuscationMap::usedCount(int kind) const {
 }
 
 bool ObfuscationMap::mayBeWord(const char* lower, size_t size) const {
-    return size > 0 && size < 64 && (wordLengths >> size & 1) != 0 && wordStarts[pairIndex(lower, size)];
+    if (size == 0 || size >= 64 || (wordLengths >> size & 1) == 0) return false;
+    unsigned pair = pairIndex(lower, size);
+    return (wordStarts[pair / 64] >> (pair % 64) & 1) != 0;
 }
 
 const std::string& ObfuscationMap::assign(int kind, const std::string& key, const std::string& replacement) {
@@ -142,14 +170,14 @@ const std::string& ObfuscationMap::replaceDomain(const std::string& lowerDomain)
 
 bool ObfuscationMap::replaceIPv4(const uint8_t bytes[4], std::string& out) {
     if (bytes[0] == 127 || bytes[0] == 255 || (bytes[0] | bytes[1] | bytes[2] | bytes[3]) == 0) return false;
-    std::string key = formatIPv4(bytes);
-    auto found = tables[OBF_IPV4].find(key);
-    if (found != tables[OBF_IPV4].end()) {
-        found->second.used = true;
-        out = found->second.replacement;
+    uint32_t key = static_cast<uint32_t>(bytes[0]) << 24 | static_cast<uint32_t>(bytes[1] << 16 | bytes[2] << 8 | bytes[3]);
+    auto found = index4.find(key);
+    if (found != index4.end()) {
+        found->second->used = true;
+        out = found->second->replacement;
         return true;
     }
-    uint32_t network = static_cast<uint32_t>(bytes[0] << 16 | bytes[1] << 8 | bytes[2]);
+    uint32_t network = key >> 8;
     auto known = networks4.find(network);
     uint32_t index = known != networks4.end() ? known->second : nextNetwork4;
     if (known == networks4.end()) {
@@ -160,7 +188,9 @@ bool ObfuscationMap::replaceIPv4(const uint8_t bytes[4], std::string& out) {
         networks4[network] = nextNetwork4++;
     }
     uint8_t replaced[4] = {100, static_cast<uint8_t>(64 + index / 256), static_cast<uint8_t>(index % 256), bytes[3]};
-    out = assign(OBF_IPV4, key, formatIPv4(replaced));
+    Entry& entry = addAddress(OBF_IPV4, formatIPv4(bytes), formatIPv4(replaced));
+    index4[key] = &entry;
+    out = entry.replacement;
     return true;
 }
 
@@ -168,11 +198,11 @@ bool ObfuscationMap::replaceIPv6(const uint8_t bytes[16], std::string& out) {
     static const uint8_t LOOPBACK[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
     static const uint8_t ANY[16] = {};
     if (memcmp(bytes, LOOPBACK, 16) == 0 || memcmp(bytes, ANY, 16) == 0) return false;
-    std::string key = formatIPv6(bytes);
-    auto found = tables[OBF_IPV6].find(key);
-    if (found != tables[OBF_IPV6].end()) {
-        found->second.used = true;
-        out = found->second.replacement;
+    std::string key(reinterpret_cast<const char*>(bytes), 16);
+    auto found = index6.find(key);
+    if (found != index6.end()) {
+        found->second->used = true;
+        out = found->second->replacement;
         return true;
     }
     std::string network(reinterpret_cast<const char*>(bytes), 8);
@@ -187,7 +217,9 @@ bool ObfuscationMap::replaceIPv6(const uint8_t bytes[16], std::string& out) {
         uint64_t number = ++nextInterface6[index];
         for (int b = 0; b < 8; ++b) replaced[8 + b] = static_cast<uint8_t>(number >> (8 * (7 - b)));
     }
-    out = assign(OBF_IPV6, key, formatIPv6(replaced));
+    Entry& entry = addAddress(OBF_IPV6, formatIPv6(bytes), formatIPv6(replaced));
+    index6[key] = &entry;
+    out = entry.replacement;
     return true;
 }
 
@@ -199,18 +231,20 @@ bool ObfuscationMap::replaceMac(const uint8_t bytes[6], MacForm form, bool upper
         broadcast = broadcast && bytes[b] == 0xff;
     }
     if (zero || broadcast) return false;
-    std::string key = formatMac(bytes, MAC_COLON, false);
-    auto found = tables[OBF_MAC].find(key);
+    uint64_t key = macKey(bytes);
+    auto found = indexMac.find(key);
     std::string replacement;
-    if (found != tables[OBF_MAC].end()) {
-        found->second.used = true;
-        replacement = found->second.replacement;
+    if (found != indexMac.end()) {
+        found->second->used = true;
+        replacement = found->second->replacement;
     } else {
         // The maker's three bytes stay: support tells a virtual card from a physical one by them.
         uint8_t replaced[6] = {bytes[0], bytes[1], bytes[2], static_cast<uint8_t>(nextMac >> 16),
                                static_cast<uint8_t>(nextMac >> 8), static_cast<uint8_t>(nextMac)};
         ++nextMac;
-        replacement = assign(OBF_MAC, key, formatMac(replaced, MAC_COLON, false));
+        Entry& entry = addAddress(OBF_MAC, formatMac(bytes, MAC_COLON, false), formatMac(replaced, MAC_COLON, false));
+        indexMac[key] = &entry;
+        replacement = entry.replacement;
     }
     uint8_t stored[6];
     MacForm storedForm;

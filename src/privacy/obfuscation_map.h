@@ -42,6 +42,11 @@ struct ObfuscationSettings {
 class ObfuscationMap {
 public:
     ObfuscationMap();
+    // The address indexes point into the tables: a copy would point into the original's.
+    ObfuscationMap(const ObfuscationMap&) = delete;
+    ObfuscationMap& operator=(const ObfuscationMap&) = delete;
+    ObfuscationMap(ObfuscationMap&&) = default;
+    ObfuscationMap& operator=(ObfuscationMap&&) = default;
     /// Makes the settings' names known. Loopback names ("localhost...", "ip6-...") and
     /// all-digit names are never taken: they name no one.
     void configure(const ObfuscationSettings& settings);
@@ -62,7 +67,7 @@ public:
     /// The replacement of a known short host name, user or keyword, with its kind; null if none.
     /// withHosts false: users and keywords only.
     const std::string* replaceWord(const std::string& lower, int& kind, bool withHosts = true);
-    bool isKnownDomain(const std::string& lower) const { return domainSet.count(lower) != 0; }
+    bool isKnownDomain(const char* lower, size_t size) const;
     /// The replacement of a host's first label, which becomes known as a short name.
     const std::string& replaceHost(const std::string& lowerLabel);
     const std::string& replaceDomain(const std::string& lowerDomain);
@@ -81,6 +86,9 @@ private:
     const std::string& nameFor(int kind, const std::string& key);
     void learnWord(const std::string& lower);
     void learnDomain(const std::string& lower);
+    void rememberDomain(const std::string& lower);
+    /// The entry of an address first seen: stored under its text, indexed by its bytes.
+    Entry& addAddress(int kind, const std::string& key, const std::string& replacement);
     std::string render(bool usedOnly) const;
     bool rebuild();
 
@@ -93,8 +101,13 @@ private:
     uint32_t nextNetwork4 = 0;
     uint64_t nextNetwork6 = 0;
     uint32_t nextMac = 1;
+    // Addresses are looked up by their bytes: formatting each one met would cost more than the rest.
+    std::unordered_map<uint32_t, Entry*> index4;
+    std::unordered_map<std::string, Entry*> index6;
+    std::unordered_map<uint64_t, Entry*> indexMac;
     uint64_t wordLengths = 0;            // bit n: a known word has n characters (n < 64)
-    std::vector<bool> wordStarts;        // the first two characters of known words
+    uint64_t domainLengths = 0;          // bit n: a known domain has n characters (63: or more)
+    std::vector<uint64_t> wordStarts;    // bits: the first two characters of known words
 };
 
 }  // namespace privacy
