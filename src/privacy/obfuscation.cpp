@@ -17,10 +17,10 @@ struct CharClasses {
     CharClasses() {
         for (int c = '0'; c <= '9'; ++c) of[c] = C_DIGIT;
         for (int c = 'a'; c <= 'z'; ++c) of[c] = of[c - 'a' + 'A'] = C_ALPHA;
-        of['.'] = C_DOT;
-        of[':'] = C_COLON;
-        of['-'] = C_HYPHEN;
-        of['_'] = C_UNDERSCORE;
+        of[static_cast<unsigned char>('.')] = C_DOT;
+        of[static_cast<unsigned char>(':')] = C_COLON;
+        of[static_cast<unsigned char>('-')] = C_HYPHEN;
+        of[static_cast<unsigned char>('_')] = C_UNDERSCORE;
     }
 };
 const CharClasses CLASSES;

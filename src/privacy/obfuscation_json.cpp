@@ -183,6 +183,8 @@ bool ObfuscationMap::rebuild() {
                 uint64_t number = 0;
                 for (int b = 0; b < 6; ++b) index = index << 8 | to[2 + b];
                 for (int b = 0; b < 8; ++b) number = number << 8 | to[8 + b];
+                bool networkAddress = std::all_of(from + 8, from + 16, [](uint8_t byte) { return byte == 0; });
+                if (networkAddress != (number == 0)) return false;  // only a network's own address has no interface part
                 auto placed = networks6.emplace(std::string(reinterpret_cast<char*>(from), 8), index);
                 if (placed.first->second != index) return false;
                 nextNetwork6 = std::max(nextNetwork6, index + 1);
