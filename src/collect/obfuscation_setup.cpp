@@ -129,14 +129,19 @@ int finishObfuscation(const char* archivePath) {
     if (archivePath != nullptr && archivePath[0] != '\0' &&
         writePrivately(std::string(archivePath) + ARCHIVE_MAP_SUFFIX, runMap->saveUsed()) != 0)
         status = -1;
-    std::string counts;
-    for (int kind = 0; kind < privacy::OBF_KIND_COUNT; ++kind) {
-        counts += kind == 0 ? "" : ", ";
-        counts += privacy::obfuscationKindName(kind);
-        counts += " " + std::to_string(runMap->usedCount(kind));
-    }
-    logError(__FILE__, __LINE__, STATUS_INFORMATION, "obfuscation on: values replaced: %s", counts.c_str());
+    logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s", obfuscationSummary().c_str());
     return status;
+}
+
+std::string obfuscationSummary() {
+    if (!runMap) return "";
+    std::string summary = "obfuscation on: values replaced: ";
+    for (int kind = 0; kind < privacy::OBF_KIND_COUNT; ++kind) {
+        summary += kind == 0 ? "" : ", ";
+        summary += privacy::obfuscationKindName(kind);
+        summary += " " + std::to_string(runMap->usedCount(kind));
+    }
+    return summary;
 }
 
 void writeObfuscationNotice() {

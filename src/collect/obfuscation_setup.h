@@ -2,6 +2,8 @@
 // between runs, and the record beside each archive of what it replaced.
 #pragma once
 
+#include <string>
+
 #include "privacy/obfuscation.h"
 
 /// The mapping file in the output folder, and the suffix of an archive's own record.
@@ -23,3 +25,7 @@ privacy::ObfuscationMap* obfuscationMap();
 int finishObfuscation(const char* archivePath);
 /// Writes "Obfuscation:" and "on" as a labelled line to the main log when obfuscation is on.
 void writeObfuscationNotice();
+/// "obfuscation on: values replaced: hosts <n>, domains <n>, ipv4 <n>, ipv6 <n>, mac <n>,
+/// users <n>, keywords <n>" (distinct values replaced so far), or "" when obfuscation is off.
+/// finishObfuscation() logs it; a writer that packs the main log last may end it with this line.
+std::string obfuscationSummary();
