@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "collect/archive.h"
+#include "collect/obfuscation_setup.h"
 #include "frame/console.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
@@ -47,6 +48,8 @@ int generateDiagnostics() {
     if (!silent) printStatus(_("diagnostics generation commenced"));
     startRunRecord();
     enableLogging();
+    prepareObfuscation();
+    writeObfuscationNotice();
     setProgressBar(2);
     seedSettings();
 
@@ -77,6 +80,7 @@ int generateDiagnostics() {
 
     char archivePath[PATH_SIZE] = {};
     ArchiveResult archive = createArchive((work::options & OPT_NO_ARCHIVE) != 0, archivePath);
+    finishObfuscation(archive == ArchiveResult::MADE ? archivePath : nullptr);
     if (!silent) {
         setProgressBar(100);
         printStatus(_("diagnostics generation completed"));

@@ -44,8 +44,8 @@ void printUsage() {
     const char* fileOrFolder = _("file or folder");
     printf("%s\n\n", PROGRAM_TITLE);
     printf("Usage: gatr [-i <%s>] [-A|--no-archive] [-C|--no-check] [-s|--silent]\n", fileOrFolder);
-    printf("           [--orb-threads] [--normal-priority] [--since <days|YYYY-MM-DD>]\n");
-    printf("           [--max-log-size <MiB>] [--estimate]\n\n");
+    printf("           [--orb-threads] [--obfuscate] [--normal-priority]\n");
+    printf("           [--since <days|YYYY-MM-DD>] [--max-log-size <MiB>] [--estimate]\n\n");
     printf("       gatr --hash sha256 <%s>\n", fileOrFolder);
     printf("       gatr --hash sha1 <%s>\n", fileOrFolder);
     printf("       gatr --hash md5 <%s>\n\n", fileOrFolder);
@@ -122,6 +122,10 @@ void parseCommandLine(int argc, char** argv) {
         }
         if (is(current, "--silent", "-s")) {
             work::options |= OPT_SILENT;
+            matched = true;
+        }
+        if (is(current, "--obfuscate")) {
+            work::options |= OPT_OBFUSCATE;
             matched = true;
         }
         if (is(current, "--orb-threads")) {

@@ -21,4 +21,5 @@ const char* ftpArchiveFileName = nullptr;
 bool hasOrbDebugOn = false;
 RunLimits limits;
 bool maskSecrets = true;
+ObfuscationConfig obfuscation;
 }  // namespace work

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -15,6 +16,19 @@
 #include "json/jsonparser.h"
 
 namespace {
+
+void readNames(JsonDocument& config, const char* list, std::vector<std::string>& names) {
+    char path[128];
+    snprintf(path, sizeof path, "obfuscation->%s", list);
+    size_t count = config.getArraySize(path);
+    for (size_t i = 0; i < count; ++i) {
+        char item[160];
+        snprintf(item, sizeof item, "%s[%zu]", path, i);
+        if (config.getType(item) != JSON_STRING) continue;
+        std::string name = config.getValue<char*>(item);
+        if (!name.empty()) names.push_back(name);
+    }
+}
 
 void readLimit(JsonDocument& config, const char* path, int& limit) {
     if (config.getType(path) != JSON_INTEGER) return;
@@ -31,6 +45,7 @@ void loadLimits(bool warn) {
     if (work::options & OPT_SINCE) work::limits.since = given.since;
     if (work::options & OPT_MAX_LOG_SIZE) work::limits.maxLogBytes = given.maxLogBytes;
     work::maskSecrets = true;
+    work::obfuscation = ObfuscationConfig();
     struct stat info;
     JsonDocument config;
     char configPath[PATH_SIZE];
@@ -61,6 +76,12 @@ void loadLimits(bool warn) {
     // Masking is off only when the file says so in as many words.
     work::maskSecrets = config.getType("mask_secrets") != JSON_BOOLEAN ||
                         config.getValue<bool>("mask_secrets");
+    // Obfuscation is on only when asked for, here or with --obfuscate.
+    if (config.getType("obfuscate") == JSON_BOOLEAN && config.getValue<bool>("obfuscate"))
+        work::options |= OPT_OBFUSCATE;
+    readNames(config, "domains", work::obfuscation.domains);
+    readNames(config, "users", work::obfuscation.users);
+    readNames(config, "keywords", work::obfuscation.keywords);
 }
 
 bool parseSince(const char* text, long long now, long long& cutoff) {

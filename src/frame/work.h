@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <list>
 #include <string>
+#include <vector>
 
 #include "json/jsonparser.h"
 
@@ -28,6 +29,7 @@ constexpr uint64_t OPT_NORMAL_PRIORITY = 0x40000000;  // --normal-priority
 constexpr uint64_t OPT_ESTIMATE = 0x80000000;         // --estimate
 constexpr uint64_t OPT_SINCE = 0x100000000;           // --since given: it wins over the file
 constexpr uint64_t OPT_MAX_LOG_SIZE = 0x200000000;    // --max-log-size given
+constexpr uint64_t OPT_OBFUSCATE = 0x400000000;        // --obfuscate
 
 // Bits of work::detected, OR-ed in by the product sections.
 constexpr uint64_t DETECTED_ORB = 0x10;
@@ -51,6 +53,13 @@ struct RunLimits {
     unsigned long long maxLogBytes = 0;  // a larger log is packed as its last part; 0: whole
 };
 
+// "obfuscation" of the configuration file: names to replace beyond the machine's own.
+struct ObfuscationConfig {
+    std::vector<std::string> domains;
+    std::vector<std::string> users;
+    std::vector<std::string> keywords;
+};
+
 namespace work {
 extern uint64_t options;
 extern uint64_t detected;
@@ -72,4 +81,5 @@ extern const char* ftpArchiveFileName;
 extern bool hasOrbDebugOn;
 extern RunLimits limits;
 extern bool maskSecrets;  // "mask_secrets" of the configuration file; on unless support asks
+extern ObfuscationConfig obfuscation;
 }  // namespace work

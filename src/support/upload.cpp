@@ -11,10 +11,12 @@
 #include "common/string_helpers.h"
 #include "common/transfer.h"
 #include "frame/app.h"
+#include "frame/file.h"
 #include "frame/i18n.h"
 #include "frame/logging.h"
 #include "frame/report.h"
 #include "frame/work.h"
+#include "privacy/obfuscation_map.h"
 #include "support/case_update.h"
 #include "support/support_servers.h"
 
@@ -73,6 +75,18 @@ char* appendRegionName(char* list, size_t size, const char* region, int index, i
     return list;
 }
 
+/// Whether the file is an obfuscation mapping, by its name or by its first bytes: the mapping
+/// holds the very values obfuscation keeps in the house.
+bool isObfuscationMapping(const char* path) {
+    const char* suffix = ".map.json";
+    size_t length = strlen(path);
+    if (length >= strlen(suffix) && strcmp(path + length - strlen(suffix), suffix) == 0) return true;
+    File file(path, "rb");
+    char head[256];
+    size_t got = file ? fread(head, 1, sizeof head, file.get()) : 0;
+    return privacy::looksLikeMapping(head, got);
+}
+
 bool isValidCaseNumber(const char* caseNumber) {
     return strlen(caseNumber) == CASE_NUMBER_LENGTH &&
            str_isnumeric(caseNumber, CASE_NUMBER_LENGTH);
@@ -93,6 +107,8 @@ void uploadToFtp() {
     // A folder would go up as 0 bytes and still be recorded in the case as the archive.
     if (stat(work::ftpArchiveFileName, &info) != 0 || !S_ISREG(info.st_mode))
         failWith(_("archive file does not exist"));
+    if (isObfuscationMapping(work::ftpArchiveFileName))
+        failWith(_("archive file is an obfuscation mapping, which stays with the customer"));
 
     snprintf(regionUpper, sizeof regionUpper, "%s", work::ftpRegion);
     str_toupper(regionUpper, strlen(regionUpper));

@@ -166,6 +166,8 @@ CHECKS = [  # what is wrong, arguments, standard error
     ("archive missing", {"archive": "/var/opt/none.tar.gz"}, "gatr: archive file does not exist\n"),
     *[("archive a " + k, {"archive": a}, "gatr: archive file does not exist\n")  # not a plain file, so none
       for k, a in (("folder", "/var/opt"), ("socket", "/var/opt/archive.sock"), ("device", "/dev/zero"))],
+    *[("archive a mapping " + k, {"archive": a}, "gatr: archive file is an obfuscation mapping, which stays with "
+       "the customer\n") for k, a in (("by name", "/var/opt/a.tar.gz.map.json"), ("by content", "/var/opt/a.tar.gz"))],
 ]
 
 
@@ -180,6 +182,9 @@ def test_each_check_fails_with_its_line_before_anything_is_sent(setup, wrong, ar
         setup.configure([])
     elif wrong == "archive a socket":
         socket.socket(socket.AF_UNIX).bind(args["archive"])  # the name stays when the socket goes
+    elif wrong.startswith("archive a mapping"):
+        Path(args["archive"]).write_text('{\n  "format": "gatr-obfuscation-map",\n  "version": 1' if "content" in wrong
+                                         else "gzip bytes")
     run = setup.upload(**args)
     assert (run.rc, run.stdout, run.stderr) == (1, "", stderr)
     assert (list(setup.region.upload.iterdir()), setup.oauth.requests) == ([], [])
