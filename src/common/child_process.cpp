@@ -120,6 +120,28 @@ int closeReadEnd(void* cookie) {
 }
 
 /// In the child, before exec: only async-signal-safe calls.
+/// In the child, before exec: only async-signal-safe calls. Everything but the three standard
+/// streams and the report pipe is closed, so the program holds none of gatr's files.
+[[noreturn]] void becomeProgram(const char* const argv[], int in, int out, int err, int report,
+                                const char* errorPath) {
+    setpgid(0, 0);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    signal(SIGPIPE, SIG_DFL);
+    if (err < 0) err = open(errorPath, O_WRONLY | O_CREAT | O_APPEND, 0600);
+    if (err < 0) err = open("/dev/null", O_WRONLY);
+    if (err < 0 || dup2(in, 0) < 0 || dup2(out, 1) < 0 || dup2(err, 2) < 0) _exit(127);
+    long highest = sysconf(_SC_OPEN_MAX);
+    if (highest < 0 || highest > 65536) highest = 65536;
+    for (int fd = 3; fd < highest; ++fd) {
+        if (fd != report) ::close(fd);
+    }
+    execv(argv[0], const_cast<char* const*>(argv));
+    int error = errno;
+    ssize_t written = write(report, &error, sizeof error);
+    (void)written;
+    _exit(127);
+}
+
 [[noreturn]] void becomeCommand(const char* command, int out, int report, const char* errorPath) {
     setpgid(0, 0);
     // gatr killed outright (no handler runs for KILL) takes the shell with it.
@@ -246,4 +268,45 @@ void Pipe::reportTimeLimit() const {
     logError(__FILE__, __LINE__, STATUS_ERROR,
              _("call to %s stopped after %d seconds: time limit reached"), state.program,
              state.limitSeconds);
+}
+
+long long monotonicMs() { return nowMs(); }
+
+pid_t startProgram(const char* const argv[], int stdinFd, int stdoutFd, int stderrFd) {
+    char errorPath[PATH_SIZE] = "/dev/null";
+    if (work::outputFolder[0] != '\0') {
+        snprintf(errorPath, sizeof errorPath, "%s/logs/%s", work::outputFolder,
+                 CHILD_STDERR_LOG_NAME);
+    }
+    int report[2];  // carries errno back when the program cannot be started
+    if (pipe2(report, O_CLOEXEC) != 0) return -1;
+    passStopSignalsOn();
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) becomeProgram(argv, stdinFd, stdoutFd, stderrFd, report[1], errorPath);
+    int error = errno;
+    ::close(report[1]);
+    if (pid > 0) {
+        setpgid(pid, pid);
+        runningGroup = pid;
+        ssize_t got;
+        do got = read(report[0], &error, sizeof error); while (got < 0 && errno == EINTR);
+        if (got == static_cast<ssize_t>(sizeof error)) {
+            int status;
+            while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
+            pid = -1;
+            runningGroup = 0;
+        }
+    }
+    ::close(report[0]);
+    if (pid < 0) errno = error;
+    return pid;
+}
+
+int finishProgram(pid_t pid, long long deadlineMs, bool* stopped) {
+    Pipe::State state;
+    state.pid = pid;
+    if (pid > 0 && !reapBy(state, deadlineMs)) stopGroup(state);
+    if (stopped != nullptr) *stopped = state.timedOut;
+    return state.reaped && !state.timedOut ? state.status : -1;
 }

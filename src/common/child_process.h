@@ -2,6 +2,8 @@
 // /dev/null, standard error appended to logs/gatr_stderr.log, and a time limit on each run.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdio>
 
@@ -53,3 +55,18 @@ private:
     FILE* stream = nullptr;
     bool closed = false;
 };
+
+/// Starts the program at argv[0] (a path; no shell) with argv, standard input read from stdinFd,
+/// standard output written to stdoutFd and standard error appended to logs/gatr_stderr.log, in a
+/// process group of its own that a gatr stopped by a signal, or killed, takes with it. Its pid, or
+/// -1 with errno set when it could not be started. End it with finishProgram on every path.
+/// stderrFd, when 0 or more, takes standard error instead of the log.
+pid_t startProgram(const char* const argv[], int stdinFd, int stdoutFd, int stderrFd = -1);
+
+/// Waits for the program startProgram started, until the monotonic clock passes deadlineMs (see
+/// monotonicMs); past it, stops its process group (TERM, then KILL). Its raw wait status, or -1
+/// when it had to be stopped or could not be reaped; *stopped (when given) says whether it was.
+int finishProgram(pid_t pid, long long deadlineMs, bool* stopped = nullptr);
+
+/// Milliseconds on the monotonic clock: the time base of finishProgram's deadline.
+long long monotonicMs();
