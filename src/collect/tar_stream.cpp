@@ -36,7 +36,7 @@ bool TarStream::open(const char* temporary, long long deadlineMs) {
     deadline = deadlineMs;
     temporaryPath = temporary;
     file.reset(::open(temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file) return fail(("open of " + temporaryPath + " failed").c_str(), errno);
+    if (!file) return fail("open failed", errno);
     made = true;
     // A compressor that dies must end the archive with an error, not end gatr.
     struct sigaction ignore = {};
@@ -94,7 +94,7 @@ bool TarStream::send(const char* data, size_t size) {
             continue;
         }
         if (written <= 0) {
-            return fail(toPigz ? "write to pigz failed" : ("write on " + temporaryPath + " failed").c_str(),
+            return fail(toPigz ? "write to pigz failed" : "write failed",
                         written < 0 ? errno : EIO);
         }
         data += written;
@@ -161,7 +161,7 @@ bool TarStream::close() {
         }
         if (lost) collectPigzWords();
     }
-    if (ended && fsync(file.get()) != 0) ended = fail(("fsync on " + temporaryPath + " failed").c_str(), errno);
-    if (file.reset() != 0 && ended) ended = fail(("close of " + temporaryPath + " failed").c_str(), errno);
+    if (ended && fsync(file.get()) != 0) ended = fail("fsync failed", errno);
+    if (file.reset() != 0 && ended) ended = fail("close failed", errno);
     return ended;
 }
