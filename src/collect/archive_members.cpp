@@ -92,6 +92,10 @@ void maskChildErrorsFile(const char* path) {
 
 void addMemberTree(const std::string& path, MemberList& members) {
     if (!members.seen.insert(path).second) return;
+    if (path == "/") {  // nothing holds it, so there is nothing to look at it through
+        warnLeftOut(path, refusalReason(path, true));
+        return;
+    }
     std::string name;
     UniqueFd folder(openTrustedParent(path, name));
     struct stat info;
