@@ -185,8 +185,8 @@ ArchiveResult createArchive(bool skip, char* archivePath) {
     snprintf(errorLog, sizeof errorLog, "%s/logs/%s_errors.log", work::outputFolder, PROGRAM_NAME);
     std::list<std::string> runFiles;
     addRunFiles(runFiles);
-    dropUntrustedPaths(work::archiveList);
     for (std::string& entry : work::archiveList) entry = normalisePath(entry);
+    dropUntrustedPaths(work::archiveList);
     for (std::string& file : runFiles) file = normalisePath(file);
     orderArchiveList(work::archiveList);
     orderArchiveList(runFiles);

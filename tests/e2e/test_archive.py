@@ -136,7 +136,7 @@ def large_log(path):
     with open(path, "wb") as out:
         for _ in range((2 << 30) // len(block)):
             out.write(block)
-        out.write(b"db password=hunter2\n")
+        out.write(b"password=hunter2\n")
 
 
 @pytest.mark.parametrize("text", ["2 GiB log", b"x" * 10_000_000 + b"\npassword=hunter2\n",
