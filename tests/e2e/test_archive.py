@@ -172,6 +172,18 @@ def test_a_full_disk_leaves_no_archive_and_the_previous_one_named(gatr, sandbox,
     assert "No space left on device" in run.error_log
 
 
+def test_a_stuck_compressor_is_stopped_at_the_archive_time_limit(gatr, sandbox, machine, program):
+    config = json.loads((program / "etc/gatr_config.json").read_text())
+    config["limits"]["archive_seconds"] = 2
+    (program / "etc/gatr_config.json").write_text(json.dumps(config))
+    sandbox.tool("pigz", "#!/bin/sh\nexec sleep 600\n")  # reads nothing: the pipe fills
+    sandbox.write("/var/opt/random.bin", os.urandom(1 << 20))
+    run = gatr("-s", "-i", "/var/opt/random.bin", timeout=60)
+    assert (run.rc, run.stderr, run.ended - run.started < 20) == (1, FAILED, True)
+    assert "archive not finished in 2 seconds: time limit reached" in run.error_log
+    assert list(OUTPUT.glob("*.tar.gz*")) == [] and run.settings.get("last_archive_file") is None
+
+
 def test_a_second_run_refuses_while_the_first_holds_the_folder(gatr, sandbox, machine):
     started = sandbox.scratch / "df-started"
     sandbox.tool("df", f"#!/bin/sh\ntouch {started}\nsleep 5\nexec cat {machine}/df.txt\n")
