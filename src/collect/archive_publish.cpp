@@ -44,6 +44,25 @@ bool writeChecksum(const char* path, const char* hash, const char* name) {
     return closeSynced(file, path) && written;
 }
 
+/// Makes the two renames durable: a crash after the run must not lose the names of files that
+/// the settings already point at. The archive stands either way, so a failure is a warning.
+void syncFolderOf(const char* path) {
+    char folder[PATH_SIZE];
+    snprintf(folder, sizeof folder, "%s", path);
+    char* slash = strrchr(folder, '/');
+    if (slash == nullptr) snprintf(folder, sizeof folder, ".");
+    else if (slash == folder) slash[1] = '\0';
+    else *slash = '\0';
+    int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    bool synced = fd >= 0 && fsync(fd) == 0;
+    int error = errno;
+    if (fd >= 0) close(fd);
+    if (!synced) {
+        logError(__FILE__, __LINE__, STATUS_WARNING, "fsync on %s failed: %s", folder,
+                 strerror(error));
+    }
+}
+
 bool renameLogged(const char* from, const char* to) {
     if (rename(from, to) == 0) return true;
     logError(__FILE__, __LINE__, STATUS_ERROR, "rename of %s to %s failed: %s", from, to,
@@ -102,7 +121,10 @@ int publishArchive(const char* temporary, const char* archivePath) {
         unlink(checksum);
         done = false;
     }
-    if (done) return 0;
+    if (done) {
+        syncFolderOf(archivePath);
+        return 0;
+    }
     unlink(checksumTemporary);
     unlink(temporary);
     return -1;

@@ -161,7 +161,6 @@ bool TarStream::close() {
         }
         if (lost) collectPigzWords();
     }
-    if (ended && fsync(file.get()) != 0) ended = fail("fsync failed", errno);
     if (file.reset() != 0 && ended) ended = fail("close failed", errno);
     return ended;
 }

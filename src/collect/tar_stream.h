@@ -28,7 +28,8 @@ public:
     bool writeData(const char* data, size_t size);
     /// Ends the member, padding it with zeros to the size its header stated.
     bool finishEntry();
-    /// Writes the archive's end and waits for the compressor; true when the file is complete.
+    /// Writes the archive's end and waits for the compressor; true when the file is complete
+    /// (written and closed; its fsync is the publisher's).
     bool close();
     /// Why the archive is lost, and pigz's own words on it when it said any.
     const std::string& failure() const { return reason; }

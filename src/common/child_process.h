@@ -1,5 +1,7 @@
-// Programs gatr runs: through /bin/sh -c, in a process group of their own, standard input from
-// /dev/null, standard error appended to logs/gatr_stderr.log, and a time limit on each run.
+// Programs gatr runs: commands through /bin/sh -c (Pipe), programs by path without a shell
+// (startProgram), each in a process group of its own with standard error appended to
+// logs/gatr_stderr.log and a time limit on each run. Every spawn lives here, so that a guard
+// ending the whole group when gatr dies covers them all.
 #pragma once
 
 #include <sys/types.h>
