@@ -61,6 +61,9 @@ bool TarStream::open(const char* temporary, long long deadlineMs) {
         pigz = startProgram(argv, readEnd.get(), file.get(), errorEnd.get());
         if (pigz < 0) return fail(("start of " + std::string(pigzPath) + " failed").c_str(), errno);
         fcntl(toPigz.get(), F_SETFL, O_NONBLOCK);
+        // Room for a megabyte in flight: pigz keeps both cores busy while gatr reads and masks
+        // the next member. The kernel's smaller default is kept when it refuses.
+        fcntl(toPigz.get(), F_SETPIPE_SZ, 1 << 20);
         compressorName = std::string("pigz (") + pigzPath + ")";
     }
     bool ready = archive_write_set_format_pax_restricted(tar) == ARCHIVE_OK &&
