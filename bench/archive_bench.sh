@@ -1,7 +1,8 @@
 #!/bin/bash
 # Whole-process time of a diagnostics run that packs 1 GiB of logs (a few hundred compressible
-# text files, each named with -i) against "tar czPf" of the same files. Prints medians and the
-# ratio gatr/tar; asserts nothing. Runs inside tests/sandbox.sh, so that gatr's output folder
+# text files, each named with -i), with masking on and with masking off ("mask_secrets": false),
+# against "tar czPf" of the same files. Prints medians and the ratios masked/unmasked (target
+# 1.2 or less) and gatr/tar (target 0.6 or less on 2 cores); asserts nothing. Runs inside tests/sandbox.sh, so that gatr's output folder
 # and the data live in tmpfs that vanish with it. Needs root.
 # Usage: bench/archive_bench.sh [STAGE_FOLDER] [RUNS]
 set -eu
@@ -41,30 +42,53 @@ echo "  $(du -sb "$scratch/logs" | cut -f1) bytes in ${#files[@]} files;" \
 includes=()
 for f in "${files[@]}"; do includes+=(-i "$f"); done
 output=/var/opt/Brimwell/gatr
+# The same program with masking off: a copy of the stage whose configuration says so.
+unmasked=/opt/gatr-unmasked
+cp -a "$stage" "$unmasked"
+python3 - "$unmasked/etc/gatr_config.json" <<'PY'
+import json, sys
+config = json.load(open(sys.argv[1]))
+config["mask_secrets"] = False
+json.dump(config, open(sys.argv[1], "w"), indent=2)
+PY
 
-wall_ms() {
-    local start end
+# Wall time and CPU time (user and system, children included: pigz, gzip) in milliseconds. On a
+# shared machine the CPU figures hold when the wall figures are taken by others' load.
+measure() {
+    local start end cpu
     start=$(date +%s%N)
-    "$@" > /dev/null 2>&1 || echo "  (exit status $? from $1)" >&2
+    /usr/bin/time -f "%U %S" -o "$scratch/cpu" "$@" > /dev/null 2>&1 || echo "  (exit status $? from $1)" >&2
     end=$(date +%s%N)
-    echo $(( (end - start) / 1000000 ))
+    cpu=$(awk '{ printf "%d", ($1 + $2) * 1000 }' "$scratch/cpu")
+    echo $(( (end - start) / 1000000 )):$cpu
 }
 median_s() { printf '%s\n' "$@" | sort -n | awk '{ a[NR] = $1 } END { printf "%.2f", a[int((NR + 1) / 2)] / 1000 }'; }
 
 gs=()
+us=()
 ts=()
-# Taken in turn within each round, so that load from elsewhere falls on both alike.
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", a / b }'; }
+# Taken in turn within each round, so that load from elsewhere falls on all alike.
 for ((r = 0; r < runs; r++)); do
     rm -f "$output"/*.tar.gz "$output"/*.sha256 "$scratch/tar.tar.gz"
-    gs+=("$(wall_ms "$stage/gatr" -s "${includes[@]}")")
-    ts+=("$(wall_ms tar czPf "$scratch/tar.tar.gz" "${files[@]}")")
+    us+=("$(measure "$unmasked/gatr" -s "${includes[@]}")")
+    rm -f "$output"/*.tar.gz "$output"/*.sha256
+    gs+=("$(measure "$stage/gatr" -s "${includes[@]}")")
+    ts+=("$(measure tar czPf "$scratch/tar.tar.gz" "${files[@]}")")
 done
-g=$(median_s "${gs[@]}")
-t=$(median_s "${ts[@]}")
+wall() { printf '%s\n' "$@" | cut -d: -f1; }
+cpu() { printf '%s\n' "$@" | cut -d: -f2; }
+g=$(median_s $(wall "${gs[@]}")); gc=$(median_s $(cpu "${gs[@]}"))
+u=$(median_s $(wall "${us[@]}")); uc=$(median_s $(cpu "${us[@]}"))
+t=$(median_s $(wall "${ts[@]}")); tc=$(median_s $(cpu "${ts[@]}"))
 archive=$(ls "$output"/*.tar.gz)
 packed=$(tar -tzPf "$archive" | grep -c "^$scratch/logs/" || true)
-printf '\ngatr -s (%s runs): %s s   tar czPf: %s s   gatr/tar: %s\n' "$runs" "$g" "$t" \
-    "$(awk -v a="$g" -v b="$t" 'BEGIN { printf "%.3f", a / b }')"
+printf '\nmedians of %s runs    wall s / cpu s\n' "$runs"
+printf '  gatr -s, masked     %8s / %s\n  gatr -s, unmasked   %8s / %s\n  tar czPf            %8s / %s\n' \
+    "$g" "$gc" "$u" "$uc" "$t" "$tc"
+printf 'wall: masked/unmasked %s  masked gatr/tar %s  unmasked gatr/tar %s\n' "$(ratio "$g" "$u")" \
+    "$(ratio "$g" "$t")" "$(ratio "$u" "$t")"
+printf 'cpu:  masked/unmasked %s  masked gatr/tar %s\n' "$(ratio "$gc" "$uc")" "$(ratio "$gc" "$tc")"
 echo "gatr archive: $(stat -c %s "$archive") bytes, $packed of ${#files[@]} logs;" \
-     "tar archive: $(stat -c %s "$scratch/tar.tar.gz") bytes"
-echo "runs (ms): gatr ${gs[*]}; tar ${ts[*]}"
+     "tar archive: $(stat -c %s "$scratch/tar.tar.gz") bytes; load average: $(cut -d' ' -f1-3 /proc/loadavg)"
+echo "runs (wall:cpu ms): gatr ${gs[*]}; unmasked ${us[*]}; tar ${ts[*]}"

@@ -5,7 +5,7 @@ export DEBIAN_FRONTEND=noninteractive
 apt-get update
 apt-get install -y --no-install-recommends \
     build-essential cmake ninja-build g++ clang libclang-rt-14-dev \
-    libcurl4-openssl-dev libssl-dev openssl ca-certificates gettext \
+    libcurl4-openssl-dev libssl-dev libarchive-dev zlib1g-dev openssl ca-certificates gettext \
     libgtest-dev libbenchmark-dev \
     python3 python3-pytest python3-pyftpdlib \
     util-linux iproute2 net-tools pciutils procps kmod rpm rpmlint mandoc tar gzip pigz \

@@ -1,129 +1,142 @@
-// Packing the gathered files into the run's archive with the system's tar.
+// Packing the gathered files into the run's archive. gatr writes the tar stream itself: no
+// shell, no command line to outgrow, no masked copy on disk, and every member masked on its way.
 #include "collect/archive.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
-#include <memory>
-#include <vector>
 
 #include "collect/archive_members.h"
 #include "collect/archive_publish.h"
-#include "collect/masked_copies.h"
-#include "collect/tar_messages.h"
+#include "collect/member_pack.h"
+#include "collect/member_paths.h"
+#include "collect/tar_stream.h"
 #include "common/child_process.h"
-#include "common/search_path.h"
-#include "common/shell_escape.h"
 #include "common/string_helpers.h"
+#include "frame/console.h"
 #include "frame/i18n.h"
-#include "frame/folders.h"
 #include "frame/logging.h"
-#include "frame/report.h"
 #include "frame/trusted_paths.h"
 #include "frame/work.h"
 
 namespace {
 
-// Room for the two paths and the renames of masked configuration copies.
-constexpr size_t COMMAND_SIZE = 131072;
-constexpr const char* TAR = "tar";
-
 // Support looks for these first when a product fails to install or its console misbehaves.
 const char* const FRONT_NAMES[] = {"brwinst.log", "mntinst.log", "orb_gui.log",
                                    "orb_mount_gui.log", "orb_virtualboot_gui.log"};
+// The system's message log goes into every archive, whatever the sections found.
+constexpr char SYSTEM_LOG[] = "/var/log/messages";
+// The bar stands at 88 when packing starts; the last point before 100 is the packing's.
+constexpr int PACKING_FROM = 88;
+constexpr int PACKING_TO = 99;
 
-/// Whether tar's wait status lets the archive stand: exit 0, or 1 (a file changed while it
-/// was read, which support would rather have than nothing).
-bool tarKeptArchive(int status) {
-    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) <= 1;
+/// Moves the bar with the bytes read over the bytes to read, redrawing only on a new percent.
+class PackingProgress {
+public:
+    explicit PackingProgress(unsigned long long total) : total(total) {}
+    void add(unsigned long long bytes) {
+        done += bytes;
+        if (total == 0) return;
+        unsigned long long part = (done < total ? done : total) * (100 - PACKING_FROM) / total;
+        int percent = PACKING_FROM + static_cast<int>(part);
+        if (percent > PACKING_TO) percent = PACKING_TO;
+        if (percent == shown) return;
+        shown = percent;
+        setProgressBar(percent);
+    }
+
+private:
+    unsigned long long total;
+    unsigned long long done = 0;
+    int shown = PACKING_FROM;
+};
+
+void logMember(const std::string& path, const PackedMember& member) {
+    if (!member.warning.empty()) {
+        bool lost = member.outcome == PackedMember::ARCHIVE_LOST;
+        logError(__FILE__, __LINE__, lost ? STATUS_ERROR : STATUS_WARNING,
+                 member.outcome == PackedMember::LEFT_OUT ? "%s: not gathered: %s" : "%s: %s",
+                 path.c_str(), member.warning.c_str());
+    }
+    if (member.outcome != PackedMember::PACKED) return;
+    unsigned long long masked = member.masked.total();
+    if (masked > 0) {
+        std::string rules;
+        for (int rule = 0; rule < privacy::MASK_RULE_COUNT; ++rule) {
+            if (member.masked.byRule[rule] == 0) continue;
+            rules += (rules.empty() ? "" : ", ") + std::string(privacy::maskRuleName(rule)) + " " +
+                     std::to_string(member.masked.byRule[rule]);
+        }
+        logError(__FILE__, __LINE__, STATUS_INFORMATION, "%s: secret values masked: %llu (%s)",
+                 path.c_str(), masked, rules.c_str());
+    }
+    if (work::options & OPT_DEBUG_ARCHIVE) {
+        logError(__FILE__, __LINE__, STATUS_DEBUG, "packed %s: %llu bytes, %llu values masked",
+                 path.c_str(), member.bytes, masked);
+    }
 }
 
-void logTarStatus(int status) {
-    if (status == -1) {
-        logError(__FILE__, __LINE__, STATUS_ERROR, _("call to %s failed: %s\n"), TAR,
-                 _("wait4 returned an error, or some other error is detected"));
-        return;
+/// Packs every member into temporary; true when the archive is complete on disk. The error log
+/// is shut for its own member, which is packed last, and open again on return; a failed archive
+/// is removed before the log opens again, as its space may be what the log needs.
+bool pack(const char* temporary, const MemberList& members, const std::string& errorLog) {
+    char spillFolder[PATH_SIZE];
+    snprintf(spillFolder, sizeof spillFolder, "%s/logs", work::outputFolder);
+    TarStream tar;
+    long long deadline = monotonicMs() + static_cast<long long>(work::limits.archiveSeconds) * 1000;
+    bool whole = tar.open(temporary, deadline);
+    PackingProgress progress(members.bytes);
+    auto counted = [&progress](unsigned long long bytes) { progress.add(bytes); };
+    for (auto it = members.paths.begin(); whole && it != members.paths.end(); ++it) {
+        if (*it == errorLog) continue;
+        PackedMember member = packMember(tar, *it, spillFolder, counted);
+        logMember(*it, member);
+        whole = member.outcome != PackedMember::ARCHIVE_LOST;
     }
-    int code = WIFEXITED(status) ? WEXITSTATUS(status) : status;
-    if (code == 0) return;
-    if (code == 1 && WIFEXITED(status)) {
-        logError(__FILE__, __LINE__, STATUS_WARNING,
-                 _("%s returned a non-fatal error: exit code is %d"), TAR, 1);
-    } else if (code == 2 && WIFEXITED(status)) {
+    PackedMember last;
+    if (whole) {
+        disableErrorLogging(true);
+        last = packMember(tar, errorLog, spillFolder, counted);
+        whole = last.outcome != PackedMember::ARCHIVE_LOST;
+    }
+    whole = tar.close() && whole;
+    if (!whole && tar.madeFile()) unlink(temporary);
+    if (work::errorsOs == nullptr) enableErrorLogging(true, 0, nullptr);
+    if (!last.warning.empty() || last.outcome == PackedMember::PACKED) logMember(errorLog, last);
+    if (work::options & OPT_DEBUG_ARCHIVE) {
+        logError(__FILE__, __LINE__, STATUS_DEBUG, "archive %s compressed by %s", temporary,
+                 tar.compressor().c_str());
+    }
+    if (tar.timedOut()) {
         logError(__FILE__, __LINE__, STATUS_ERROR,
-                 _("%s returned a fatal error: exit code is %d"), TAR, 2);
-    } else {
-        logError(__FILE__, __LINE__, STATUS_ERROR, _("%s returned an error: exit code is %d"), TAR,
-                 code);
+                 "archive not finished in %d seconds: time limit reached",
+                 work::limits.archiveSeconds);
+    } else if (!whole) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "archive %s not written: %s", temporary,
+                 tar.failure().c_str());
     }
+    return whole;
 }
 
-void logCommandForDebugging(const char* command, const char* listPath) {
-    if ((work::options & OPT_DEBUG_ARCHIVE) == 0) return;
-    logError(__FILE__, __LINE__, STATUS_DEBUG, "%s", command);
-    logError(__FILE__, __LINE__, STATUS_DEBUG, "archive member list kept in %s", listPath);
-}
-
-/// Runs tar with the error log shut, so that the log it packs is complete and unchanged while
-/// read; true when the archive at temporary may be published. A failed one is removed before
-/// the log is open again, as its space may be what the log needs.
-bool runTar(const char* command, const char* temporary) {
-    TarMessages messages;
-    disableErrorLogging(true);
-    Pipe pipe(command, work::limits.archiveSeconds);
-    if (!pipe) {
-        int failure = errno;
-        unlink(temporary);
-        enableErrorLogging(true, 0, nullptr);
-        logError(__FILE__, __LINE__, STATUS_ERROR, _("popen to %s failed: %s\n"), TAR,
-                 strerror(failure));
-        return false;
+/// The members in packing order: the system log, the listed names, then the run's own files
+/// with the error log last of all.
+MemberList listMembers(const char* temporary, const std::list<std::string>& runFiles,
+                       const std::string& errorLog) {
+    MemberList members;
+    // A listed folder that holds the output folder must not pack the run's files early, nor
+    // the archive being written.
+    members.seen.insert(temporary);
+    members.seen.insert(runFiles.begin(), runFiles.end());
+    addMemberTree(SYSTEM_LOG, members);
+    for (const std::string& entry : work::archiveList) addMemberTree(entry, members);
+    for (const std::string& file : runFiles) {
+        if (file == errorLog) continue;
+        members.seen.erase(file);
+        addMemberTree(file, members);
     }
-    char line[1024];
-    while (fgets(line, sizeof line, pipe.get()) != nullptr) messages.add(line);
-    int status = pipe.closeSilently();
-    bool kept = !pipe.timedOut() && tarKeptArchive(status);
-    if (!kept) unlink(temporary);
-    enableErrorLogging(true, 0, nullptr);
-    messages.log();
-    pipe.reportTimeLimit();
-    if (!pipe.timedOut()) logTarStatus(status);
-    return kept;
-}
-
-/// Makes the archive's temporary file, fresh and gatr's own: a name that is already there,
-/// even as a link, is refused rather than written through. False (logged) when it cannot.
-bool createTemporary(const char* temporary) {
-    FILE* file = fopen(temporary, "wxe");
-    if (file == nullptr) {
-        logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s", temporary,
-                 strerror(errno));
-        return false;
-    }
-    fclose(file);
-    return true;
-}
-
-/// Packs the ordered list into temporary with tar; true when it may be published.
-bool pack(const std::list<std::string>& entries, const char* temporary, const char* listPath,
-          const std::vector<std::string>& transforms) {
-    std::unique_ptr<char[]> command(new char[COMMAND_SIZE]);
-    if (!buildArchiveCommand(temporary, listPath, transforms, command.get(), COMMAND_SIZE)) {
-        logError(__FILE__, __LINE__, STATUS_ERROR, "archive command for %s does not fit",
-                 temporary);
-        return false;
-    }
-    if (!createTemporary(temporary)) return false;
-    if (writeMemberList(listPath, entries) != 0) {
-        unlink(temporary);
-        return false;
-    }
-    bool kept = runTar(command.get(), temporary);
-    logCommandForDebugging(command.get(), listPath);
-    if ((work::options & OPT_DEBUG_ARCHIVE) == 0) unlink(listPath);
-    return kept;
+    members.seen.erase(errorLog);
+    addMemberTree(errorLog, members);
+    return members;
 }
 
 }  // namespace
@@ -151,32 +164,6 @@ void orderArchiveList(std::list<std::string>& entries) {
     }
 }
 
-bool buildArchiveCommand(const char* temporary, const char* listPath,
-                         const std::vector<std::string>& transforms, char* command, size_t size) {
-    char archive[2 * PATH_SIZE + 64];
-    char list[2 * PATH_SIZE + 64];
-    escapeForDoubleQuotes(temporary, archive, sizeof archive);
-    escapeForDoubleQuotes(listPath, list, sizeof list);
-    // --verbatim-files-from before -T: a listed name that begins with '-' stays a file name.
-    const char* compressor = isOnSearchPath("pigz") ? "--use-compress-program=pigz" : "-z";
-    int written = snprintf(command, size,
-                           "tar -c -P %s -f \"%s\" --ignore-failed-read --null "
-                           "--verbatim-files-from -T \"%s\" 2>&1",
-                           compressor, archive, list);
-    if (written <= 0 || static_cast<size_t>(written) >= size) return false;
-    // Masked copies are packed under the names of the files they stand for.
-    size_t used = static_cast<size_t>(written) - strlen(" 2>&1");
-    for (const std::string& transform : transforms) {
-        std::vector<char> escaped(2 * transform.size() + 1);
-        escapeForDoubleQuotes(transform.c_str(), escaped.data(), escaped.size());
-        int added = snprintf(command + used, size - used, " --transform=\"%s\"", escaped.data());
-        if (added <= 0 || used + static_cast<size_t>(added) + strlen(" 2>&1") >= size) return false;
-        used += static_cast<size_t>(added);
-    }
-    snprintf(command + used, size - used, " 2>&1");
-    return true;
-}
-
 ArchiveResult createArchive(bool skip, char* archivePath) {
     logError(__FILE__, __LINE__, STATUS_INFORMATION, "archive creation commenced");
     if (skip) {
@@ -189,29 +176,28 @@ ArchiveResult createArchive(bool skip, char* archivePath) {
 
     char finalPath[PATH_SIZE] = {};
     char temporary[PATH_SIZE + 8];
-    char listPath[PATH_SIZE];
     buildArchivePath(finalPath, sizeof finalPath, time(nullptr));
-    snprintf(listPath, sizeof listPath, "%s/logs/%s_archive_members.list", work::outputFolder,
-             PROGRAM_NAME);
     char childErrors[PATH_SIZE];
     snprintf(childErrors, sizeof childErrors, "%s/logs/%s", work::outputFolder,
              CHILD_STDERR_LOG_NAME);
-    maskCommandOutputFile(childErrors);
-    addRunFiles(work::archiveList);
+    maskChildErrorsFile(childErrors);
+    char errorLog[PATH_SIZE];
+    snprintf(errorLog, sizeof errorLog, "%s/logs/%s_errors.log", work::outputFolder, PROGRAM_NAME);
+    std::list<std::string> runFiles;
+    addRunFiles(runFiles);
+    for (std::string& entry : work::archiveList) entry = normalisePath(entry);
     dropUntrustedPaths(work::archiveList);
+    for (std::string& file : runFiles) file = normalisePath(file);
     orderArchiveList(work::archiveList);
-    char maskedFolder[PATH_SIZE];
-    snprintf(maskedFolder, sizeof maskedFolder, "%s/logs/.masked", work::outputFolder);
-    std::vector<std::string> transforms;
-    maskConfigurationFiles(work::archiveList, maskedFolder, transforms);
+    orderArchiveList(runFiles);
 
     bool made = chooseFreeArchivePath(finalPath, sizeof finalPath);
     if (made) {
         snprintf(temporary, sizeof temporary, "%s.tmp", finalPath);
-        made = pack(work::archiveList, temporary, listPath, transforms) &&
+        MemberList members = listMembers(temporary, runFiles, normalisePath(errorLog));
+        made = pack(temporary, members, normalisePath(errorLog)) &&
                publishArchive(temporary, finalPath) == 0;
     }
-    if (!transforms.empty()) removeDirectory(maskedFolder, true);
     work::archiveList.clear();
     logError(__FILE__, __LINE__, STATUS_INFORMATION, "archive creation completed");
     if (!made) return ArchiveResult::FAILED;

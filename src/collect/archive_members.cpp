@@ -1,30 +1,44 @@
-// The member list. tar reads it NUL-separated, so a name of any length or content, a leading
-// '-' included, reaches tar as the name it is and nothing is ever cut or parsed.
+// The members as the archive holds them: a folder is followed by what it holds, sorted, so that
+// two runs over the same files pack them in the same order.
 #include "collect/archive_members.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
-#include <vector>
 
+#include "collect/member_paths.h"
+#include "common/unique_fd.h"
+#include "frame/file.h"
 #include "frame/folders.h"
 #include "frame/logging.h"
+#include "frame/masking.h"
+#include "frame/trusted_paths.h"
 #include "frame/work.h"
 
 namespace {
 
-struct FileCloser {
-    void operator()(FILE* file) const { fclose(file); }
-};
+void warnLeftOut(const std::string& path, const char* why) {
+    logError(__FILE__, __LINE__, STATUS_WARNING, "%s: not gathered: %s", path.c_str(), why);
+}
 
-// The system's message log goes into every archive, whatever the sections found.
-constexpr char SYSTEM_LOG[] = "/var/log/messages";
-
-bool writeName(FILE* file, const char* name, size_t length) {
-    return fwrite(name, 1, length + 1, file) == length + 1;
+/// The names in the folder open as folder/name, sorted byte-wise; false when it cannot be listed.
+bool listFolder(int folder, const std::string& name, std::vector<std::string>& names) {
+    UniqueFd fd(openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    DIR* listing = fd ? fdopendir(fd.get()) : nullptr;
+    if (listing == nullptr) return false;
+    fd.release();
+    while (const dirent* entry = readdir(listing)) {
+        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0)
+            names.emplace_back(entry->d_name);
+    }
+    closedir(listing);
+    std::sort(names.begin(), names.end());
+    return true;
 }
 
 }  // namespace
@@ -49,26 +63,63 @@ void addRunFiles(std::list<std::string>& entries) {
     }
 }
 
-int writeMemberList(const char* path, const std::list<std::string>& entries) {
-    std::unique_ptr<FILE, FileCloser> file(fopen(path, "wbe"));
-    if (!file) {
-        logError(__FILE__, __LINE__, STATUS_ERROR, "fopen on %s failed: %s", path, strerror(errno));
-        return -1;
+void maskChildErrorsFile(const char* path) {
+    std::string text;
+    {
+        File file(path, "rb");
+        if (!work::maskSecrets || !file) return;
+        char block[8192];
+        size_t got;
+        while ((got = fread(block, 1, sizeof block, file.get())) > 0) text.append(block, got);
     }
-    bool complete = writeName(file.get(), SYSTEM_LOG, strlen(SYSTEM_LOG));
-    for (auto it = entries.begin(); complete && it != entries.end(); ++it) {
-        complete = writeName(file.get(), it->c_str(), it->size());
+    if (text.find('\0') != std::string::npos) return;
+    std::string masked;
+    size_t count = 0;
+    for (size_t begin = 0; begin < text.size();) {
+        size_t end = text.find('\n', begin);
+        end = end == std::string::npos ? text.size() : end + 1;
+        std::string line = text.substr(begin, end - begin);
+        count += maskLine(line);
+        masked += line;
+        begin = end;
     }
-    complete = complete && fflush(file.get()) == 0;
-    int error = errno;
-    if (fclose(file.release()) != 0 && complete) {
-        complete = false;
-        error = errno;
+    if (count == 0) return;
+    File out(path, "wb");
+    if (!out || fwrite(masked.data(), 1, masked.size(), out.get()) != masked.size()) {
+        logError(__FILE__, __LINE__, STATUS_ERROR, "%s: masking failed", path);
     }
-    if (!complete) {
-        logError(__FILE__, __LINE__, STATUS_ERROR, "fwrite on file %s failed: %s", path,
-                 strerror(error));
-        return -1;
+}
+
+void addMemberTree(const std::string& path, MemberList& members) {
+    if (!members.seen.insert(path).second) return;
+    if (path == "/") {  // nothing holds it, so there is nothing to look at it through
+        warnLeftOut(path, refusalReason(path, true));
+        return;
     }
-    return 0;
+    std::string name;
+    UniqueFd folder(openTrustedParent(path, name));
+    struct stat info;
+    if (!folder || fstatat(folder.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        warnLeftOut(path, errno == ELOOP ? "passes through a symbolic link that root does not own"
+                                         : strerror(errno));
+        return;
+    }
+    bool isFolder = S_ISDIR(info.st_mode);
+    if (const char* refusal = refusalReason(path, isFolder)) {
+        warnLeftOut(path, refusal);
+        return;
+    }
+    members.paths.push_back(path);
+    if (S_ISREG(info.st_mode)) members.bytes += static_cast<unsigned long long>(info.st_size);
+    if (!isFolder) return;
+    std::vector<std::string> names;
+    if (!listFolder(folder.get(), name, names)) {
+        logError(__FILE__, __LINE__, STATUS_WARNING, "%s: its content not gathered: %s",
+                 path.c_str(), strerror(errno));
+        return;
+    }
+    folder.reset();
+    for (const std::string& entry : names) {
+        addMemberTree(path == "/" ? "/" + entry : path + "/" + entry, members);
+    }
 }

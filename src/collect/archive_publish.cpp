@@ -44,6 +44,7 @@ bool writeChecksum(const char* path, const char* hash, const char* name) {
     return closeSynced(file, path) && written;
 }
 
+
 bool renameLogged(const char* from, const char* to) {
     if (rename(from, to) == 0) return true;
     logError(__FILE__, __LINE__, STATUS_ERROR, "rename of %s to %s failed: %s", from, to,
@@ -102,7 +103,10 @@ int publishArchive(const char* temporary, const char* archivePath) {
         unlink(checksum);
         done = false;
     }
-    if (done) return 0;
+    if (done) {
+        syncFolderOf(archivePath);
+        return 0;
+    }
     unlink(checksumTemporary);
     unlink(temporary);
     return -1;

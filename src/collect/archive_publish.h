@@ -9,6 +9,7 @@
 bool chooseFreeArchivePath(char* path, size_t size);
 
 /// Writes "<archivePath>.sha256" ("<hex>  <file name>\n", as sha256sum -c reads it) for the
-/// complete archive at temporary, then renames the archive to archivePath. On failure
+/// complete archive at temporary, then renames the archive to archivePath; both files are
+/// synced before their rename and the folder after it. On failure
 /// (logged, -1) the temporary archive and every file made here are removed; 0 otherwise.
 int publishArchive(const char* temporary, const char* archivePath);

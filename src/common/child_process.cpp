@@ -242,3 +242,33 @@ void Pipe::reportTimeLimit() const {
              _("call to %s stopped after %d seconds: time limit reached"), state.program,
              state.limitSeconds);
 }
+
+long long monotonicMs() { return nowMs(); }
+
+GuardedChild startProgram(const char* const argv[], int stdinFd, int stdoutFd, int stderrFd) {
+    char errorPath[PATH_SIZE] = "/dev/null";
+    if (work::outputFolder[0] != '\0') {
+        snprintf(errorPath, sizeof errorPath, "%s/logs/%s", work::outputFolder,
+                 CHILD_STDERR_LOG_NAME);
+    }
+    int err = stderrFd;
+    if (err < 0) err = open(errorPath, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (err < 0) err = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    passStopSignalsOn();
+    GuardedChild child;
+    bool started = err >= 0 && startGuarded(argv, stdinFd, stdoutFd, err, child);
+    int error = errno;
+    if (err >= 0 && err != stderrFd) ::close(err);
+    if (started) runningGroup = child.group;
+    errno = error;
+    return child;
+}
+
+int finishProgram(const GuardedChild& child, long long deadlineMs, bool* stopped) {
+    Pipe::State state;
+    state.pid = child.guard;
+    state.group = child.group;
+    if (child.guard > 0 && !reapBy(state, deadlineMs)) stopGroup(state);
+    if (stopped != nullptr) *stopped = state.timedOut;
+    return state.reaped && !state.timedOut ? state.status : -1;
+}

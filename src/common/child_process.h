@@ -1,6 +1,12 @@
-// Programs gatr runs: through /bin/sh -c, in a process group of their own, standard input from
-// /dev/null, standard error appended to logs/gatr_stderr.log, and a time limit on each run.
+// Programs gatr runs: commands through /bin/sh -c (Pipe), programs by path without a shell
+// (startProgram), each in a process group of its own with standard error appended to
+// logs/gatr_stderr.log and a time limit on each run. Every spawn lives here, so that a guard
+// ending the whole group when gatr dies covers them all.
 #pragma once
+
+#include "common/guarded_spawn.h"
+
+#include <sys/types.h>
 
 #include <cstddef>
 #include <cstdio>
@@ -63,3 +69,18 @@ private:
     FILE* stream = nullptr;
     bool closed = false;
 };
+
+/// Starts the program at argv[0] (a path; no shell) with argv, standard input read from stdinFd,
+/// standard output written to stdoutFd and standard error appended to logs/gatr_stderr.log, in a
+/// process group of its own that a gatr stopped by a signal, or killed, takes with it. Its pid, or
+/// -1 with errno set when it could not be started. End it with finishProgram on every path.
+/// stderrFd, when 0 or more, takes standard error instead of the log.
+GuardedChild startProgram(const char* const argv[], int stdinFd, int stdoutFd, int stderrFd = -1);
+
+/// Waits for the program startProgram started, until the monotonic clock passes deadlineMs (see
+/// monotonicMs); past it, stops its process group (TERM, then KILL). Its raw wait status, or -1
+/// when it had to be stopped or could not be reaped; *stopped (when given) says whether it was.
+int finishProgram(const GuardedChild& child, long long deadlineMs, bool* stopped = nullptr);
+
+/// Milliseconds on the monotonic clock: the time base of finishProgram's deadline.
+long long monotonicMs();

@@ -11,6 +11,11 @@
 #include "frame/work.h"
 
 bool isOnSearchPath(const char* name) {
+    char found[PATH_SIZE];
+    return findOnSearchPath(name, found, sizeof found);
+}
+
+bool findOnSearchPath(const char* name, char* found, size_t size) {
     const char* path = getenv("PATH");
     if (path == nullptr || name[0] == '\0' || strchr(name, '/') != nullptr) return false;
     char candidate[PATH_SIZE];
@@ -23,6 +28,7 @@ bool isOnSearchPath(const char* name) {
         struct stat info;
         if (written > 0 && static_cast<size_t>(written) < sizeof candidate &&
             stat(candidate, &info) == 0 && S_ISREG(info.st_mode) && access(candidate, X_OK) == 0) {
+            snprintf(found, size, "%s", candidate);
             return true;
         }
         if (end == nullptr) return false;

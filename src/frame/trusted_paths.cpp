@@ -2,11 +2,15 @@
 // root pack, empty or overwrite whatever the link names (an id_rsa, /etc/shadow).
 #include "frame/trusted_paths.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
+#include <deque>
 
+#include "common/unique_fd.h"
 #include "frame/logging.h"
 #include "frame/work.h"
 
@@ -20,7 +24,65 @@ bool isRootOnlyFolder(const std::string& folder) {
            (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+void splitInto(const std::string& path, std::deque<std::string>& parts, bool front) {
+    std::deque<std::string> found;
+    for (size_t begin = 0; begin <= path.size();) {
+        size_t slash = path.find('/', begin);
+        if (slash == std::string::npos) slash = path.size();
+        if (slash > begin) found.push_back(path.substr(begin, slash - begin));
+        begin = slash + 1;
+    }
+    if (front) parts.insert(parts.begin(), found.begin(), found.end());
+    else parts.insert(parts.end(), found.begin(), found.end());
+}
+
+/// Whether the link open as link, found in the folder open as folder, may be followed.
+bool isTrustedLink(int folder, const struct stat& link) {
+    struct stat info;
+    return link.st_uid == 0 && fstat(folder, &info) == 0 && info.st_uid == 0 &&
+           (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 }  // namespace
+
+int openTrustedParent(const std::string& path, std::string& last) {
+    std::deque<std::string> rest;
+    splitInto(path, rest, false);
+    if (rest.empty()) {
+        errno = EINVAL;
+        return -1;
+    }
+    last = rest.back();
+    rest.pop_back();
+    const int flags = O_PATH | O_CLOEXEC;
+    UniqueFd folder(open(path[0] == '/' ? "/" : ".", flags | O_DIRECTORY));
+    int links = 0;
+    while (folder && !rest.empty()) {
+        std::string part = rest.front();
+        rest.pop_front();
+        if (part == ".") continue;
+        UniqueFd next(openat(folder.get(), part.c_str(), flags | O_NOFOLLOW));
+        struct stat info;
+        if (!next || fstat(next.get(), &info) != 0) return -1;
+        if (!S_ISLNK(info.st_mode)) {
+            folder = std::move(next);
+            continue;
+        }
+        char target[PATH_SIZE] = {};
+        ssize_t length = -1;
+        if (isTrustedLink(folder.get(), info) && ++links <= MAX_LINKS) {
+            length = readlinkat(next.get(), "", target, sizeof target - 1);
+        }
+        if (length <= 0) {
+            errno = ELOOP;
+            return -1;
+        }
+        target[length] = '\0';
+        splitInto(target, rest, true);
+        if (target[0] == '/') folder.reset(open("/", flags | O_DIRECTORY));
+    }
+    return folder.release();
+}
 
 bool isTrustedPath(const char* path) {
     if (path == nullptr || path[0] != '/') return true;  // relative names are the program's own

@@ -10,3 +10,9 @@
 bool isTrustedPath(const char* path);
 /// Removes the entries that pass through an untrusted link, logging each one it removes.
 void dropUntrustedPaths(std::list<std::string>& paths);
+
+/// Opens (O_PATH) the folder that holds path's last component, walking one component at a time
+/// and following only the links isTrustedPath trusts, so that nothing swapped in between a check
+/// and the open is ever followed. The last component's name goes into last; it is not opened.
+/// The descriptor, or -1 with errno set (ELOOP for a link refused). path is normalised.
+int openTrustedParent(const std::string& path, std::string& last);

@@ -1,0 +1,202 @@
+// Each member is opened once and everything is decided on that descriptor: what was looked at
+// is what is read. A tar header states the size before the data, so a file is packed up to the
+// size it had when opened, and text whose masking changes its length is held (memory, or one
+// unnamed spill file) until that length is known.
+#include "collect/member_pack.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "collect/member_spill.h"
+#include "collect/tar_stream.h"
+#include "common/unique_fd.h"
+#include "frame/trusted_paths.h"
+#include "frame/work.h"
+
+namespace {
+
+constexpr size_t CHUNK = 1 << 16;
+// A kernel file states no size (st_size 0); it is read to its end, but not for ever.
+constexpr unsigned long long LARGEST_UNSIZED = 64ull << 20;
+
+struct EntryFree {
+    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
+};
+using Entry = std::unique_ptr<archive_entry, EntryFree>;
+
+Entry makeEntry(const std::string& path, const struct stat& info, unsigned long long size) {
+    Entry entry(archive_entry_new());
+    if (!entry) return entry;
+    archive_entry_copy_stat(entry.get(), &info);
+    archive_entry_copy_pathname(entry.get(), path.c_str());
+    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(size));
+    archive_entry_set_nlink(entry.get(), 1);  // each member stands alone, never a hard link
+    return entry;
+}
+
+bool isKernelFile(const std::string& path) {
+    return path.compare(0, 6, "/proc/") == 0 || path.compare(0, 5, "/sys/") == 0;
+}
+
+ssize_t readSome(int fd, char* buffer, size_t size) {
+    for (;;) {
+        ssize_t got = read(fd, buffer, size);
+        if (got >= 0 || errno != EINTR) return got;
+    }
+}
+
+std::string describeCut(const char* what, unsigned long long done, unsigned long long size,
+                        int error, const char* rest) {
+    char text[256];
+    snprintf(text, sizeof text, "%s after %llu of %llu bytes%s%s; %s", what, done, size,
+             error != 0 ? ": " : "", error != 0 ? strerror(error) : "", rest);
+    return text;
+}
+
+PackedMember finish(PackedMember result, bool written) {
+    if (!written) result.outcome = PackedMember::ARCHIVE_LOST;
+    return result;
+}
+
+/// A member whose packed length is known only once it is read whole: masked text, kernel files.
+PackedMember packHeld(TarStream& tar, const std::string& path, int fd, const struct stat& info,
+                      bool mask, unsigned long long limit, char* chunk, ssize_t got,
+                      const char* spillFolder,
+                      const std::function<void(unsigned long long)>& progress) {
+    PackedMember result;
+    MemberSpill spill(spillFolder);
+    privacy::MaskingFilter filter;
+    std::string out;
+    unsigned long long done = 0;
+    int readError = 0;
+    bool held = true;
+    while (got > 0 && held) {
+        done += static_cast<unsigned long long>(got);
+        progress(static_cast<unsigned long long>(got));
+        if (mask) {
+            filter.feed(chunk, static_cast<size_t>(got), out);
+            held = spill.append(out.data(), out.size());
+            out.clear();
+        } else {
+            held = spill.append(chunk, static_cast<size_t>(got));
+        }
+        if (done >= limit) break;
+        got = readSome(fd, chunk, static_cast<size_t>(limit - done < CHUNK ? limit - done : CHUNK));
+        if (got < 0) readError = errno;
+    }
+    if (held && mask) {
+        filter.finish(out);
+        held = spill.append(out.data(), out.size());
+    }
+    if (!held) {
+        result.warning = std::string("write of a member held in ") + spillFolder + " failed: " +
+                         strerror(errno);
+        return finish(result, false);
+    }
+    if (readError != 0 && done == 0) {
+        result.warning = std::string("read failed: ") + strerror(readError);
+        return result;
+    }
+    if (readError != 0) {
+        result.warning = describeCut("read failed", done, limit == LARGEST_UNSIZED ? done : limit,
+                                     readError, "packed up to there");
+    } else if (done < limit && limit != LARGEST_UNSIZED) {
+        result.warning = describeCut("shrank while packed", done, limit, 0, "packed up to there");
+    }
+    result.masked = filter.counts();
+    result.bytes = spill.size();
+    result.outcome = PackedMember::PACKED;
+    Entry entry = makeEntry(path, info, spill.size());
+    return finish(result, entry && tar.writeHeader(entry.get()) &&
+                              spill.replay([&tar](const char* data, size_t size) {
+                                  return tar.writeData(data, size);
+                              }) &&
+                              tar.finishEntry());
+}
+
+PackedMember packFile(TarStream& tar, const std::string& path, int folder, const std::string& name,
+                      const char* spillFolder,
+                      const std::function<void(unsigned long long)>& progress) {
+    PackedMember result;
+    // O_NONBLOCK: should a FIFO be swapped in after the look, opening it must not wait.
+    UniqueFd fd(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat info;
+    if (!fd || fstat(fd.get(), &info) != 0) {
+        result.warning = strerror(errno);
+        return result;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        result.warning = "changed from a file to something else while packed";
+        return result;
+    }
+    bool unsized = info.st_size == 0 && isKernelFile(path);
+    unsigned long long limit = unsized ? LARGEST_UNSIZED : static_cast<unsigned long long>(info.st_size);
+    std::unique_ptr<char[]> chunk(new char[CHUNK]);
+    ssize_t got = limit == 0 ? 0 : readSome(fd.get(), chunk.get(), limit < CHUNK ? limit : CHUNK);
+    if (got < 0) {
+        result.warning = std::string("read failed: ") + strerror(errno);
+        return result;
+    }
+    bool mask = work::maskSecrets && got > 0 &&
+                !privacy::looksBinary(chunk.get(), static_cast<size_t>(got));
+    if (mask || unsized) {
+        return packHeld(tar, path, fd.get(), info, mask, limit, chunk.get(), got, spillFolder,
+                        progress);
+    }
+    result.outcome = PackedMember::PACKED;
+    Entry entry = makeEntry(path, info, limit);
+    if (!entry || !tar.writeHeader(entry.get())) return finish(result, false);
+    unsigned long long done = 0;
+    while (got > 0) {
+        done += static_cast<unsigned long long>(got);
+        progress(static_cast<unsigned long long>(got));
+        if (!tar.writeData(chunk.get(), static_cast<size_t>(got))) return finish(result, false);
+        if (done >= limit) break;
+        got = readSome(fd.get(), chunk.get(), limit - done < CHUNK ? limit - done : CHUNK);
+    }
+    if (done < limit) {
+        result.warning = describeCut(got < 0 ? "read failed" : "shrank while packed", done, limit,
+                                     got < 0 ? errno : 0, "the rest is zeros");
+    }
+    result.bytes = limit;
+    return finish(result, tar.finishEntry());
+}
+
+}  // namespace
+
+PackedMember packMember(TarStream& tar, const std::string& path, const char* spillFolder,
+                        const std::function<void(unsigned long long)>& progress) {
+    PackedMember result;
+    std::string name;
+    UniqueFd folder(openTrustedParent(path, name));
+    struct stat info;
+    if (!folder || fstatat(folder.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        result.warning = errno == ELOOP ? "passes through a symbolic link that root does not own"
+                                        : strerror(errno);
+        return result;
+    }
+    if (S_ISREG(info.st_mode)) return packFile(tar, path, folder.get(), name, spillFolder, progress);
+    if (S_ISSOCK(info.st_mode)) {
+        result.warning = "a socket, which a tar archive cannot hold";
+        return result;
+    }
+    Entry entry = makeEntry(path, info, 0);
+    if (S_ISLNK(info.st_mode)) {
+        char target[PATH_SIZE] = {};
+        ssize_t length = readlinkat(folder.get(), name.c_str(), target, sizeof target - 1);
+        if (length < 0) {
+            result.warning = strerror(errno);
+            return result;
+        }
+        archive_entry_copy_symlink(entry.get(), target);
+    }
+    result.outcome = PackedMember::PACKED;
+    return finish(result, entry && tar.writeHeader(entry.get()) && tar.finishEntry());
+}
