@@ -17,6 +17,7 @@
 #include "frame/folders.h"
 #include "frame/logging.h"
 #include "frame/masking.h"
+#include "frame/run_record.h"
 #include "frame/trusted_paths.h"
 #include "frame/work.h"
 
@@ -24,6 +25,10 @@ namespace {
 
 void warnLeftOut(const std::string& path, const char* why) {
     logError(__FILE__, __LINE__, STATUS_WARNING, "%s: not gathered: %s", path.c_str(), why);
+    MemberRecord record;
+    record.path = path;
+    record.leftOut = why;
+    recordMember(record);
 }
 
 /// The names in the folder open as folder/name, sorted byte-wise; false when it cannot be listed.
@@ -110,7 +115,9 @@ void addMemberTree(const std::string& path, MemberList& members) {
         return;
     }
     members.paths.push_back(path);
-    if (S_ISREG(info.st_mode)) members.bytes += static_cast<unsigned long long>(info.st_size);
+    unsigned long long size = S_ISREG(info.st_mode) ? static_cast<unsigned long long>(info.st_size) : 0;
+    members.sizes.push_back(size);
+    members.bytes += size;
     if (!isFolder) return;
     std::vector<std::string> names;
     if (!listFolder(folder.get(), name, names)) {

@@ -19,6 +19,7 @@ void maskChildErrorsFile(const char* path);
 /// The members to pack, in packing order, and the bytes their regular files hold.
 struct MemberList {
     std::vector<std::string> paths;
+    std::vector<unsigned long long> sizes;  // of each path: a regular file's, else 0
     unsigned long long bytes = 0;
     std::set<std::string> seen;  // names already taken, or never to be packed
 };

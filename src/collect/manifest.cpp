@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "collect/member_paths.h"
 #include "collect/placeholders.h"
 #include "collect/spawning.h"
 #include "frame/app.h"
@@ -38,6 +39,17 @@ bool findManifest(const char* installFolder, const char* product, char* path, si
     snprintf(shipped, sizeof shipped, "var/%s/gatr_manifest.json", product);
     programFile(shipped, path, size);
     return fileExists(path);
+}
+
+// The product whose manifest is being processed, for the entries it adds.
+std::string currentProduct;
+
+/// Adds a path to the archive list for the current product; a file pattern's entries are logs.
+void addProductEntry(const char* path, bool log) {
+    work::archiveList.emplace_back(path);
+    std::string name = normalisePath(path);
+    work::entryProducts[name] = currentProduct;
+    if (log) work::logPaths.insert(name);
 }
 
 enum class MatchKind { All, Contains, Suffix, Prefix, PrefixAndSuffix };
@@ -157,7 +169,7 @@ void processManifestCommand(JsonDocument& manifest, const char* manifestPath,
     }
 
     try {
-        if (spawnProgram(command, output, mode) == 0) work::archiveList.emplace_back(output);
+        if (spawnProgram(command, output, mode) == 0) addProductEntry(output, false);
     } catch (const std::exception& e) {
         // Only a failing command whose program cannot be named gets here; the others go on.
         logError(__FILE__, __LINE__, STATUS_ERROR, "%s: %s", _("exception caught"), e.what());
@@ -178,8 +190,8 @@ void processManifestFile(const char* pattern, const char* installFolder, int /*i
         return;
     }
     if (strchr(expanded, '*') == nullptr) {
-        // A file that does not exist is left for tar to skip.
-        work::archiveList.emplace_back(expanded);
+        // A file that does not exist is left for the archive to skip.
+        addProductEntry(expanded, true);
         return;
     }
     std::string name(slash + 1);
@@ -207,11 +219,12 @@ void processManifestFile(const char* pattern, const char* installFolder, int /*i
     for (const std::string& entry : entries) {
         if (!match.matches(entry)) continue;
         snprintf(path, sizeof path, "%s/%s", folder, entry.c_str());
-        work::archiveList.emplace_back(path);
+        addProductEntry(path, true);
     }
 }
 
 int processManifest(const char* installFolder, const char* product) {
+    currentProduct = product;
     char manifestPath[PATH_SIZE] = {};
     if (!findManifest(installFolder, product, manifestPath, sizeof manifestPath)) {
         logError(__FILE__, __LINE__, STATUS_WARNING, "%s",

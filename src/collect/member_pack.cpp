@@ -31,11 +31,15 @@ struct EntryFree {
 };
 using Entry = std::unique_ptr<archive_entry, EntryFree>;
 
-Entry makeEntry(const std::string& path, const struct stat& info, unsigned long long size) {
+Entry makeEntry(const std::string& path, const struct stat& info, unsigned long long size,
+                const PackRules& rules, PackedMember& result) {
     Entry entry(archive_entry_new());
     if (!entry) return entry;
     archive_entry_copy_stat(entry.get(), &info);
-    archive_entry_copy_pathname(entry.get(), path.c_str());
+    std::string name = rules.obfuscation != nullptr
+                           ? privacy::obfuscateName(*rules.obfuscation, path, &result.obfuscated)
+                           : path;
+    archive_entry_copy_pathname(entry.get(), name.c_str());
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(size));
     archive_entry_set_nlink(entry.get(), 1);  // each member stands alone, never a hard link
     return entry;
@@ -69,10 +73,20 @@ PackedMember finish(PackedMember result, bool written) {
 PackedMember packHeld(TarStream& tar, const std::string& path, int fd, const struct stat& info,
                       bool mask, unsigned long long limit, char* chunk, ssize_t got,
                       const char* spillFolder,
-                      const std::function<void(unsigned long long)>& progress) {
-    PackedMember result;
+                      const std::function<void(unsigned long long)>& progress,
+                      const PackRules& rules, PackedMember result) {
     MemberSpill spill(spillFolder);
-    privacy::MaskingFilter filter;
+    // Secrets first, then names: a replaced name never meets the masking rules, and a masked
+    // value is never read as a name.
+    privacy::MaskingFilter masking;
+    privacy::PassThrough noMasking;
+    privacy::TextFilter& first = work::maskSecrets ? static_cast<privacy::TextFilter&>(masking)
+                                                   : static_cast<privacy::TextFilter&>(noMasking);
+    std::unique_ptr<privacy::ObfuscationFilter> obfuscating;
+    if (rules.obfuscation != nullptr) obfuscating.reset(new privacy::ObfuscationFilter(*rules.obfuscation));
+    privacy::FilterChain chain(first, obfuscating ? static_cast<privacy::TextFilter&>(*obfuscating)
+                                                  : static_cast<privacy::TextFilter&>(noMasking));
+    privacy::TextFilter& filter = obfuscating ? static_cast<privacy::TextFilter&>(chain) : first;
     std::string out;
     unsigned long long done = 0;
     int readError = 0;
@@ -110,10 +124,12 @@ PackedMember packHeld(TarStream& tar, const std::string& path, int fd, const str
     } else if (done < limit && limit != LARGEST_UNSIZED) {
         result.warning = describeCut("shrank while packed", done, limit, 0, "packed up to there");
     }
-    result.masked = filter.counts();
+    result.masked = masking.counts();
+    if (obfuscating) result.obfuscated.add(obfuscating->counts());
     result.bytes = spill.size();
+    result.bytesRead = done;
     result.outcome = PackedMember::PACKED;
-    Entry entry = makeEntry(path, info, spill.size());
+    Entry entry = makeEntry(path, info, spill.size(), rules, result);
     return finish(result, entry && tar.writeHeader(entry.get()) &&
                               spill.replay([&tar](const char* data, size_t size) {
                                   return tar.writeData(data, size);
@@ -121,9 +137,28 @@ PackedMember packHeld(TarStream& tar, const std::string& path, int fd, const str
                               tar.finishEntry());
 }
 
+/// Where a log larger than the cap begins to be packed: the first line start in its last
+/// maxBytes; the cut point itself when no line starts there.
+off_t findCutStart(int fd, unsigned long long size, unsigned long long maxBytes) {
+    off_t from = static_cast<off_t>(size - maxBytes);
+    char byte = '\n';
+    if (from > 0 && pread(fd, &byte, 1, from - 1) == 1 && byte == '\n') return from;
+    std::unique_ptr<char[]> chunk(new char[CHUNK]);
+    for (off_t at = from; at < static_cast<off_t>(size);) {
+        ssize_t got = pread(fd, chunk.get(), CHUNK, at);
+        if (got <= 0) break;
+        const void* newline = memchr(chunk.get(), '\n', static_cast<size_t>(got));
+        if (newline != nullptr)
+            return at + (static_cast<const char*>(newline) - chunk.get()) + 1;
+        at += got;
+    }
+    return from;
+}
+
 PackedMember packFile(TarStream& tar, const std::string& path, int folder, const std::string& name,
                       const char* spillFolder,
-                      const std::function<void(unsigned long long)>& progress) {
+                      const std::function<void(unsigned long long)>& progress,
+                      const PackRules& rules) {
     PackedMember result;
     // O_NONBLOCK: should a FIFO be swapped in after the look, opening it must not wait.
     UniqueFd fd(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -136,22 +171,36 @@ PackedMember packFile(TarStream& tar, const std::string& path, int folder, const
         result.warning = "changed from a file to something else while packed";
         return result;
     }
+    if (rules.isLog && rules.since > 0 && info.st_mtime < rules.since) {
+        result.skipped = "last changed before the --since window";
+        return result;
+    }
     bool unsized = info.st_size == 0 && isKernelFile(path);
     unsigned long long limit = unsized ? LARGEST_UNSIZED : static_cast<unsigned long long>(info.st_size);
+    if (rules.isLog && rules.maxLogBytes > 0 && !unsized && limit > rules.maxLogBytes) {
+        off_t start = findCutStart(fd.get(), limit, rules.maxLogBytes);
+        if (lseek(fd.get(), start, SEEK_SET) != start) {
+            result.warning = std::string("seek failed: ") + strerror(errno);
+            return result;
+        }
+        result.cutFrom = limit;
+        limit -= static_cast<unsigned long long>(start);
+        progress(static_cast<unsigned long long>(start));  // what is left out counts as done
+    }
     std::unique_ptr<char[]> chunk(new char[CHUNK]);
     ssize_t got = limit == 0 ? 0 : readSome(fd.get(), chunk.get(), limit < CHUNK ? limit : CHUNK);
     if (got < 0) {
         result.warning = std::string("read failed: ") + strerror(errno);
         return result;
     }
-    bool mask = work::maskSecrets && got > 0 &&
+    bool mask = (work::maskSecrets || rules.obfuscation != nullptr) && got > 0 &&
                 !privacy::looksBinary(chunk.get(), static_cast<size_t>(got));
     if (mask || unsized) {
         return packHeld(tar, path, fd.get(), info, mask, limit, chunk.get(), got, spillFolder,
-                        progress);
+                        progress, rules, result);
     }
     result.outcome = PackedMember::PACKED;
-    Entry entry = makeEntry(path, info, limit);
+    Entry entry = makeEntry(path, info, limit, rules, result);
     if (!entry || !tar.writeHeader(entry.get())) return finish(result, false);
     unsigned long long done = 0;
     while (got > 0) {
@@ -166,13 +215,15 @@ PackedMember packFile(TarStream& tar, const std::string& path, int folder, const
                                      got < 0 ? errno : 0, "the rest is zeros");
     }
     result.bytes = limit;
+    result.bytesRead = done;
     return finish(result, tar.finishEntry());
 }
 
 }  // namespace
 
 PackedMember packMember(TarStream& tar, const std::string& path, const char* spillFolder,
-                        const std::function<void(unsigned long long)>& progress) {
+                        const std::function<void(unsigned long long)>& progress,
+                        const PackRules& rules) {
     PackedMember result;
     std::string name;
     UniqueFd folder(openTrustedParent(path, name));
@@ -182,12 +233,13 @@ PackedMember packMember(TarStream& tar, const std::string& path, const char* spi
                                         : strerror(errno);
         return result;
     }
-    if (S_ISREG(info.st_mode)) return packFile(tar, path, folder.get(), name, spillFolder, progress);
+    if (S_ISREG(info.st_mode))
+        return packFile(tar, path, folder.get(), name, spillFolder, progress, rules);
     if (S_ISSOCK(info.st_mode)) {
         result.warning = "a socket, which a tar archive cannot hold";
         return result;
     }
-    Entry entry = makeEntry(path, info, 0);
+    Entry entry = makeEntry(path, info, 0, rules, result);
     if (S_ISLNK(info.st_mode)) {
         char target[PATH_SIZE] = {};
         ssize_t length = readlinkat(folder.get(), name.c_str(), target, sizeof target - 1);
@@ -195,8 +247,21 @@ PackedMember packMember(TarStream& tar, const std::string& path, const char* spi
             result.warning = strerror(errno);
             return result;
         }
-        archive_entry_copy_symlink(entry.get(), target);
+        archive_entry_copy_symlink(
+            entry.get(), rules.obfuscation != nullptr
+                             ? privacy::obfuscateName(*rules.obfuscation, target, &result.obfuscated).c_str()
+                             : target);
     }
     result.outcome = PackedMember::PACKED;
     return finish(result, entry && tar.writeHeader(entry.get()) && tar.finishEntry());
+}
+
+bool packText(TarStream& tar, const std::string& path, const std::string& text) {
+    struct stat info = {};
+    info.st_mode = S_IFREG | 0600;
+    info.st_mtime = time(nullptr);
+    PackedMember unused;
+    Entry entry = makeEntry(path, info, text.size(), PackRules(), unused);
+    return entry && tar.writeHeader(entry.get()) && tar.writeData(text.data(), text.size()) &&
+           tar.finishEntry();
 }

@@ -46,7 +46,8 @@ const std::pair<uint64_t, const char*> OPTION_NAMES[] = {
     {OPT_SILENT, "silent"},           {OPT_NO_ARCHIVE, "no-archive"},
     {OPT_NO_CHECK, "no-check"},       {OPT_ORB_THREADS, "orb-threads"},
     {OPT_DEBUG_ARCHIVE, "debug-archive"}, {OPT_DRY_RUN, "dry-run"},
-    {OPT_NORMAL_PRIORITY, "normal-priority"},
+    {OPT_NORMAL_PRIORITY, "normal-priority"}, {OPT_OBFUSCATE, "obfuscate"},
+    {OPT_ESTIMATE, "estimate"},
 };
 
 /// JSON text written with two-space indents, one member a line.
@@ -142,6 +143,15 @@ void writeHeader(JsonText& json) {
     json.number("transfer_stall_seconds", work::limits.transferStallSeconds);
     json.boolean("low_priority", work::limits.lowPriority && !(work::options & OPT_NORMAL_PRIORITY));
     json.boolean("mask_secrets", work::maskSecrets);
+    if (work::limits.since > 0) {
+        char since[32] = {};
+        time_t cutoff = static_cast<time_t>(work::limits.since);
+        struct tm utc = {};
+        gmtime_r(&cutoff, &utc);
+        strftime(since, sizeof since, "%Y-%m-%dT%H:%M:%SZ", &utc);
+        json.string("since", since);
+    }
+    if (work::limits.maxLogBytes > 0) json.unsignedNumber("max_log_bytes", work::limits.maxLogBytes);
     json.close('}');
 }
 
@@ -200,6 +210,14 @@ void writeMembers(JsonText& json) {
             json.boolean("cut", member.cut);
             if (member.cut) json.unsignedNumber("cut_from", member.cutFrom);
             writeCounts(json, member.masked);
+            if (work::options & OPT_OBFUSCATE) {
+                json.open("obfuscated", '{');
+                for (int kind = 0; kind < privacy::OBF_KIND_COUNT; ++kind) {
+                    if (member.obfuscated.byKind[kind] != 0)
+                        json.unsignedNumber(privacy::obfuscationKindName(kind), member.obfuscated.byKind[kind]);
+                }
+                json.close('}');
+            }
         }
         json.close('}');
         read += member.bytesRead;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "privacy/masking.h"
+#include "privacy/obfuscation_map.h"
 
 /// One program the run started, as it ended.
 struct CommandRecord {
@@ -28,6 +29,7 @@ struct MemberRecord {
     bool cut = false;
     unsigned long long cutFrom = 0;  // its size before it was cut
     privacy::MaskCounts masked;
+    privacy::ObfuscationCounts obfuscated;
     std::string leftOut;             // why it was not packed, or empty
 };
 

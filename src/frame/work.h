@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <list>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -72,6 +74,12 @@ extern char nodename[256];
 extern FILE* logOs;
 extern FILE* errorsOs;
 extern std::list<std::string> archiveList;
+/// Entries of archiveList that manifests list as logs: the log window and size cap apply to
+/// them and to what lies below them.
+extern std::set<std::string> logPaths;
+/// The product short name that added an entry of archiveList; entries not named are the
+/// machine's own.
+extern std::map<std::string, std::string> entryProducts;
 extern std::list<std::string> deleteFolderList;
 extern JsonDocument settings;
 extern const char* hashPathname;

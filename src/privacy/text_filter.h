@@ -16,6 +16,13 @@ public:
     virtual void finish(std::string& out) = 0;
 };
 
+/// A stage that changes nothing: the place of a stage the run switched off.
+class PassThrough : public TextFilter {
+public:
+    void feed(const char* data, size_t size, std::string& out) override { out.append(data, size); }
+    void finish(std::string&) override {}
+};
+
 /// Two stages as one: what `first` puts out is fed to `second` at once, so that nothing but the
 /// stages' own bounded state is held between calls.
 class FilterChain : public TextFilter {
