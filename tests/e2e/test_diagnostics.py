@@ -78,8 +78,7 @@ CASES = {  # name: (arguments, environment, how the machine differs from the rec
     "blocked-report-files": (["-s"], {}, lambda s: [s.write(LOGS / f"gatr_{n}.log/keep", "")
                                                     for n in ("netstat", "packages")],
                              {**QUIET, "settings.json": "standard"}),
-    "read-only-output": ([], {}, read_only_output, {"stdout": "no-shell", "stderr": "no-shell",
-                                                    "main.log": "silent-no-archive", "settings.json": ""}),
+    "read-only-output": ([], {}, read_only_output, {"main.log": "silent-no-archive", "settings.json": ""}),
     "files-to-pack": (["-s", "--debug-archive", "-i", INSTALLER_LOGS[0], "-i", INSTALLER_LOGS[1],
                        "-i" + INSTALLER_LOGS[2], "-i", INSTALLER_LOGS[0], "-i", "/var/opt/inst/none",
                        "-i", "/var/opt/in", *[a for p in HOSTILE for a in ("-i", p)]], {},

@@ -75,7 +75,7 @@ def test_the_package_installs_runs_from_anywhere_and_keeps_an_edited_configurati
     assert {p for p in listing if not p.startswith("/usr/lib/.build-id")} == {
         "/opt/Brimwell", "/usr/sbin/gatr", "/usr/share/man/man8/gatr.8.gz", "/var/opt/Brimwell",
         str(OUTPUT), *(str(PROGRAM / p.relative_to(TREE)) for p in var),
-        *(str(PROGRAM / p) for p in ("", "gatr", "etc", "etc/gatr_config.json", "locale",
+        *(str(PROGRAM / p) for p in ("", "gatr", "etc", "etc/gatr_config.json", "etc/gatr_run.schema.json", "locale",
                                      "locale/en", "locale/en/LC_MESSAGES",
                                      "locale/en/LC_MESSAGES/gatr.mo", "scripts",
                                      "scripts/uninstall_orb.sh"))}
