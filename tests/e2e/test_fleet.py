@@ -100,8 +100,8 @@ def play(folder, name, *args, user="root", forks=3):
 
 
 def check_collected(fetched, outcomes, extra=None):
-    """The summary lists every host with its outcome ({host: "collected" or a failure's
-    "step: reason" pattern}) in JSON and CSV alike; each collected archive is whole, holds
+    """The summary lists every host with its outcome ({host: "collected", "unreachable" or a
+    failure's "step: reason" pattern}) in JSON and CSV alike; each collected archive is whole, holds
     its own host's main log (and extra), and nothing is kept of a failed host's archive."""
     rows = json.loads((fetched / "fleet-summary.json").read_text())
     with open(fetched / "fleet-summary.csv", newline="") as table:
@@ -110,8 +110,9 @@ def check_collected(fetched, outcomes, extra=None):
     for row in rows:
         host, archive = row["host"], fetched / row["host"] / str(row["archive"])
         if outcomes[host] != "collected":
-            assert (row["outcome"], row["archive"], row["sha256_verified"]) == ("failed", None, "no")
-            assert re.fullmatch(outcomes[host], f"{row['step']}: {row['reason']}"), row
+            kind = "unreachable" if outcomes[host] == "unreachable" else "failed"
+            assert (row["outcome"], row["archive"], row["sha256_verified"]) == (kind, None, "no")
+            assert kind == "unreachable" or re.fullmatch(outcomes[host], f"{row['step']}: {row['reason']}"), row
             assert not list((fetched / host).glob("*"))
             continue
         assert (row["outcome"], row["sha256_verified"], row["size"]) == ("collected", "yes", archive.stat().st_size)
@@ -170,15 +171,19 @@ def test_check_mode_changes_nothing_then_every_good_host_is_collected_once_per_r
         assert re.search(r"fatal: \[host13\]: FAILED! .*gatr collection failed on host13 at 'Judge the diagnos"
                          r"tics run': gatr -s exited with status 1: gatr: the archive could not be created", run.stdout)
         check_collected(fetched, {"host11": "collected", "host12": "collected", "host13": FULL}, extra)
+    assert not list(Path("/tmp").glob("gatr.*"))  # the hosts' private folders are gone
 
 
-def test_an_archive_corrupted_in_transit_is_reported_and_not_kept(fleet):
+def test_an_archive_corrupted_in_transit_is_not_kept_and_an_unreachable_host_is_listed(fleet):
     folder, hosts = fleet
     on_host(hosts["host12"], "touch /run/corrupt")
+    with open(folder / "inventory", "a") as inventory:
+        inventory.write("host14 ansible_host=127.0.0.14\n")  # no sshd there
     run, recap, fetched = play(folder, "corrupt")
-    assert run.returncode != 0 and [recap[n]["failed"] for n in HOSTS] == ["0", "1", "0"]
+    assert run.returncode != 0 and [recap[n]["failed"] for n in HOSTS] == ["0", "1", "0"], run.stdout
+    assert recap["host14"]["unreachable"] == "1"
     check_collected(fetched, {"host11": "collected", "host12": r"Fetch the archive and its checksum: checksum mismatch",
-                              "host13": "collected"})
+                              "host13": "collected", "host14": "unreachable"})
 
 
 @pytest.mark.parametrize("variables, named", [

@@ -5,17 +5,18 @@ import io
 
 # The summary's columns, in the CSV's order.
 COLUMNS = ("host", "outcome", "archive", "size", "sha256_verified", "seconds", "step", "reason")
+# The row of a host that went unreachable, which records nothing itself.
+UNREACHABLE = {"outcome": "unreachable", "archive": None, "size": None, "sha256_verified": "no",
+               "seconds": None, "step": "", "reason": "the host could not be reached"}
 
 
-def summary_rows(results, hosts):
-    """One row per host, in the inventory's order: its recorded result (with size and seconds
-    as numbers, which templating leaves as text), or, for a host that has none (it went
-    unreachable), a row saying so."""
+def summary_rows(hostvars, hosts):
+    """One row per host of hosts, in that order: the gatr_result it recorded (with size and
+    seconds as numbers, which templating leaves as text), or, for a host that has none (it
+    went unreachable), a row saying so."""
     rows = []
-    for host, result in zip(hosts, results):
-        row = dict(result or {"host": host, "outcome": "unreachable", "archive": None, "size": None,
-                              "sha256_verified": "no", "seconds": None, "step": "",
-                              "reason": "the host could not be reached"})
+    for host in hosts:
+        row = dict(hostvars[host].get("gatr_result") or dict(host=host, **UNREACHABLE))
         for key, kind in (("size", int), ("seconds", float)):
             if row.get(key) not in (None, ""):
                 row[key] = kind(row[key])
