@@ -36,7 +36,8 @@ Subsystem sftp {folder}/sftp
 SFTP = """#!/bin/sh
 [ -e /run/corrupt ] || exec /usr/lib/openssh/sftp-server
 exec unshare --mount sh -c 'for f in /var/opt/Brimwell/gatr/*.tar.gz; do b=/run/$(basename $f); cp $f $b &&
-  printf X | dd of=$b bs=1 seek=2048 conv=notrunc 2>/dev/null && mount --bind $b $f; done; exec /usr/lib/openssh/sftp-server'
+  printf X | dd of=$b bs=1 seek=2048 conv=notrunc 2>/dev/null && mount --bind $b $f; done
+  exec /usr/lib/openssh/sftp-server'
 """
 # /run as well: sshd needs /run/sshd, and the sandbox's /run is read-only, as is its /dev/pts,
 # where sudo makes its terminal. Files are named by address, not host name, since every host's
@@ -95,7 +96,8 @@ def play(folder, name, *args, user="root", forks=3):
     run = subprocess.run(["ansible-playbook", "-i", folder / "inventory", "brimwell.gatr.collect", "-e",
                           f"gatr_bundle={STAGE.parent / 'gatr-bundle.tar.gz'}", "-e", f"gatr_fetch_dir={folder / name}",
                           "-e", "gatr_poll_interval=1", *args], env=env, capture_output=True, text=True)
-    recap = {m[1]: dict(re.findall(r"(\w+)=(\d+)", m[2])) for m in re.finditer(r"^(\S+)\s+: (ok=.*)$", run.stdout, re.M)}
+    recap = {m[1]: dict(re.findall(r"(\w+)=(\d+)", m[2]))
+             for m in re.finditer(r"^(\S+)\s+: (ok=.*)$", run.stdout, re.M)}
     return run, recap, folder / name
 
 
@@ -152,7 +154,7 @@ FULL = (r"Judge the diagnostics run: gatr -s exited with status 1: gatr: the arc
 @pytest.mark.parametrize("user", ["root", USER])
 def test_check_mode_changes_nothing_then_every_good_host_is_collected_once_per_run(fleet, user):
     folder, hosts = fleet
-    on_host(hosts["host13"], "mount -t tmpfs -o size=64k tmpfs /var/opt && dd if=/dev/zero of=/var/opt/fill 2>/dev/null")
+    on_host(hosts["host13"], "mount -t tmpfs -o size=64k tmpfs /var/opt && dd if=/dev/zero of=/var/opt/fill 2>&-")
     run, recap, fetched = play(folder, "check", "--check", user=user)
     assert run.returncode == 0, run.stdout[-4000:] + run.stderr[-2000:]
     for name in HOSTS:
@@ -167,7 +169,8 @@ def test_check_mode_changes_nothing_then_every_good_host_is_collected_once_per_r
     for name, changed in (("first", 4), ("second", 2)):
         run, recap, fetched = play(folder, name, "-e", json.dumps({"gatr_include_paths": [str(extra)]}), user=user)
         assert run.returncode != 0
-        assert [(recap[n]["changed"], recap[n]["failed"]) for n in HOSTS] == [(str(changed), "0")] * 2 + [(str(changed - 1), "1")]
+        assert [(int(recap[n]["changed"]), recap[n]["failed"]) for n in HOSTS] == [(changed, "0")] * 2 + [
+            (changed - 1, "1")]
         assert re.search(r"fatal: \[host13\]: FAILED! .*gatr collection failed on host13 at 'Judge the diagnos"
                          r"tics run': gatr -s exited with status 1: gatr: the archive could not be created", run.stdout)
         check_collected(fetched, {"host11": "collected", "host12": "collected", "host13": FULL}, extra)
@@ -187,7 +190,7 @@ def test_an_archive_corrupted_in_transit_is_not_kept_and_an_unreachable_host_is_
 
 
 @pytest.mark.parametrize("variables, named", [
-    ("gatr_run_timeout=ten", r"argument 'gatr_run_timeout' is of type <class 'str'> and we were unable to convert to int"),
+    ("gatr_run_timeout=ten", r"argument 'gatr_run_timeout' is of type <class 'str'> and we were unable to convert"),
     ("gatr_rpm=/srv/gatr.rpm", r"give at most one of gatr_rpm and gatr_bundle")])
 def test_bad_variables_stop_the_play_before_any_host_is_contacted(fleet, variables, named):
     folder, _ = fleet
