@@ -155,10 +155,12 @@ FULL = (r"Judge the diagnostics run: gatr -s exited with status 1: gatr: the arc
 def test_check_mode_changes_nothing_then_every_good_host_is_collected_once_per_run(fleet, user):
     folder, hosts = fleet
     on_host(hosts["host13"], "mount -t tmpfs -o size=64k tmpfs /var/opt && dd if=/dev/zero of=/var/opt/fill 2>&-")
-    run, recap, fetched = play(folder, "check", "--check", user=user)
+    options = {"gatr_obfuscate": True, "gatr_since": "30", "gatr_max_log_size": 100}
+    run, recap, fetched = play(folder, "check", "--check", "-e", json.dumps(options), user=user)
     assert run.returncode == 0, run.stdout[-4000:] + run.stderr[-2000:]
     for name in HOSTS:
-        assert re.search(rf'"{name} +checked .* would unpack gatr-bundle.tar.gz, run /opt/Brimwell/gatr/gatr -s, '
+        assert re.search(rf'"{name} +checked .* would unpack gatr-bundle.tar.gz, run /opt/Brimwell/gatr/gatr -s '
+                         rf'--obfuscate --since 30 --max-log-size 100, '
                          rf'fetch the archive into {fetched}/{name}/"', run.stdout), run.stdout
         assert on_host(hosts[name], "test -e /opt/Brimwell || test -e /var/opt/Brimwell") == 1
     assert not fetched.exists()
@@ -199,3 +201,11 @@ def test_bad_variables_stop_the_play_before_any_host_is_contacted(fleet, variabl
     assert [recap[n]["failed"] for n in HOSTS] == ["1"] * 3
     assert not fetched.exists()
     assert not any("Accepted" in (folder / f"{a}.log").read_text() for a in HOSTS.values())
+
+
+def test_a_diagnostics_option_reaches_gatr_whose_refusal_fails_every_host(fleet):
+    folder, _ = fleet
+    run, recap, fetched = play(folder, "future", "-e", "gatr_since=2999-01-01")
+    assert run.returncode != 0 and [recap[n]["failed"] for n in HOSTS] == ["1"] * 3
+    check_collected(fetched, dict.fromkeys(HOSTS, r"Judge the diagnostics run: gatr -s exited with status 1: gatr: invalid "
+                                                  r"--since value specified, expected .*: 2999-01-01"))
