@@ -9,4 +9,4 @@ apt-get install -y --no-install-recommends \
     libgtest-dev libbenchmark-dev \
     python3 python3-pytest python3-pyftpdlib \
     util-linux iproute2 net-tools pciutils procps kmod rpm rpmlint mandoc tar gzip pigz \
-    coreutils tmux locales ansible-core openssh-server openssh-client
+    coreutils tmux locales ansible-core ansible-lint openssh-server openssh-client sudo
