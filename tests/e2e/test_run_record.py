@@ -1,6 +1,7 @@
 """The run record (logs/gatr_run.json) as support and its tools read it, valid against the staged
 schema; the log window and size cap it reports; the free-space check before packing; and
 --estimate against the archive a real run then makes."""
+import calendar
 import json
 import os
 import random
@@ -63,7 +64,7 @@ def test_the_run_record_holds_each_command_and_member_as_it_ended(gatr, sandbox,
                                ("failing", "sh -c 'echo partial; exit 3'")], command_seconds=2)
     big = lines(40000)
     paths = {name: write_log(sandbox, name, data, old) for name, data, old in (
-        ("big.log", big, 0), ("old.log", "old\n", 30), ("secret.log", "a=1\npassword=hunter2\n", 0),
+        ("big.log", big, 0), ("old.log", "old\n", 30), ("secret.log", "a=1\npassword=hunter2\n", 6),
         ("/var/log/messages-20261001", "rotated\n", 30))}
     run = gatr("-s", "--since", "7", "--max-log-size", "1", "-i", paths["/var/log/messages-20261001"],
                timeout=60)
@@ -97,7 +98,7 @@ def test_the_run_record_holds_each_command_and_member_as_it_ended(gatr, sandbox,
         "warnings": sum(line[45:65].strip() == "warning" for line in run.error_log.splitlines()),
         "errors": sum(line[45:65].strip() == "ERROR" for line in run.error_log.splitlines())}
     assert document["limits"]["max_log_bytes"] == MIB and document["options"] == ["silent"]
-    since = time.mktime(time.strptime(document["limits"]["since"], "%Y-%m-%dT%H:%M:%SZ")) - time.timezone
+    since = calendar.timegm(time.strptime(document["limits"]["since"], "%Y-%m-%dT%H:%M:%SZ"))
     assert abs(since - (run.started - 7 * 86400)) < 5
     titles = re.findall(r"^[-=]{80}\n([A-Z][A-Z ]+)\n\n", run.main_log, re.M)
     assert [s["name"] for s in document["sections"]] == titles
@@ -112,6 +113,7 @@ SIZE_CASES = {  # name: (arguments, MiB configured, the logs, the cap that appli
     "configured-1": ([], 1, {"big.log": lines(40000), "small.log": lines(10)}, MIB),
     "larger-than-every-file": (["--max-log-size", "4"], None, {"big.log": lines(40000)}, 4 * MIB),
     "a-line-at-the-cut": (["--max-log-size", "1"], None, {"lines.log": lines(3000, 2000)}, MIB),
+    "a-line-start-at-the-cut": (["--max-log-size", "1"], None, {"edge.log": b"x" * 99 + b"\n" + b"y" * MIB}, MIB),
     "one-30-MiB-line": (["--max-log-size", "1"], None, {"line.log": ONE_LINE}, MIB),
 }
 
@@ -134,8 +136,9 @@ def test_logs_over_the_size_cap_are_packed_as_their_last_part(gatr, sandbox, mac
     install(sandbox, program, **({"max_log_size_mib": configured} if configured else {}))
     paths = {write_log(sandbox, n, data): data for n, data in logs.items()}
     run = gatr("-s", *args, timeout=300)
-    members = {m["path"]: m for m in record(run)["members"]}
-    assert record(run)["limits"].get("max_log_bytes", 0) == cap
+    document = record(run)
+    members = {m["path"]: m for m in document["members"]}
+    assert document["limits"].get("max_log_bytes", 0) == cap
     for path, data in paths.items():
         part = last_part(data, cap)
         packed = subprocess.run(["tar", "-xzPOf", run.archive, path], capture_output=True, check=True).stdout
