@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <list>
 #include <map>
 #include <sys/stat.h>
 
@@ -209,27 +210,38 @@ struct Estimate {
     unsigned long long packed = 0;
 };
 
-/// What each product would pack, and the archive it would make, under the run's rules.
+/// What each product would pack, and the archive it would make, under the run's rules; the run
+/// record, packed last, counts as gatr's.
 std::map<std::string, Estimate> estimateMembers(const MemberList& members) {
     std::map<std::string, Estimate> products;
+    std::list<MemberRecord> records;
     for (size_t i = 0; i < members.paths.size(); ++i) {
         const std::string& path = members.paths[i];
         unsigned long long size = members.sizes[i];
         unsigned long long offset = 0;
         PackRules rules = rulesFor(path);
+        records.emplace_back();
+        records.back().path = path;
         struct stat info;
         if (rules.isLog && rules.since > 0 && stat(path.c_str(), &info) == 0 &&
             info.st_mtime < rules.since) {
+            records.back().leftOut = "last changed before the --since window";
             continue;
         }
         if (rules.isLog && rules.maxLogBytes > 0 && size > rules.maxLogBytes) {
             offset = size - rules.maxLogBytes;
             size = rules.maxLogBytes;
+            records.back().cut = true;
+            records.back().cutFrom = members.sizes[i];
         }
+        records.back().bytesRead = records.back().bytesPacked = size;
         Estimate& estimate = products[productOf(path)];
         estimate.toPack += size;
         estimate.packed += estimatePackedSize(path, size, offset);
     }
+    std::string record = renderRunRecord(records);
+    products[PROGRAM_NAME].toPack += record.size();
+    products[PROGRAM_NAME].packed += estimatePackedText(record);
     return products;
 }
 

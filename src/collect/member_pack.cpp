@@ -138,18 +138,23 @@ PackedMember packHeld(TarStream& tar, const std::string& path, int fd, const str
 }
 
 /// Where a log larger than the cap begins to be packed: the first line start in its last
-/// maxBytes; the cut point itself when no line starts there.
+/// maxBytes; the cut point itself when no line starts there. The end of the file after its
+/// last newline starts no line: a log whose last line outgrows the cap keeps that line's end.
 off_t findCutStart(int fd, unsigned long long size, unsigned long long maxBytes) {
     off_t from = static_cast<off_t>(size - maxBytes);
+    off_t end = static_cast<off_t>(size);
     char byte = '\n';
     if (from > 0 && pread(fd, &byte, 1, from - 1) == 1 && byte == '\n') return from;
     std::unique_ptr<char[]> chunk(new char[CHUNK]);
-    for (off_t at = from; at < static_cast<off_t>(size);) {
-        ssize_t got = pread(fd, chunk.get(), CHUNK, at);
+    for (off_t at = from; at < end;) {
+        ssize_t got = pread(fd, chunk.get(), static_cast<size_t>(end - at < static_cast<off_t>(CHUNK)
+                                                                     ? end - at : CHUNK), at);
         if (got <= 0) break;
         const void* newline = memchr(chunk.get(), '\n', static_cast<size_t>(got));
-        if (newline != nullptr)
-            return at + (static_cast<const char*>(newline) - chunk.get()) + 1;
+        if (newline != nullptr) {
+            off_t start = at + (static_cast<const char*>(newline) - chunk.get()) + 1;
+            return start < end ? start : from;
+        }
         at += got;
     }
     return from;

@@ -192,13 +192,15 @@ void writeCommands(JsonText& json) {
 }
 
 /// The members, and the totals over them.
-void writeMembers(JsonText& json) {
+void writeMembers(JsonText& json, const std::list<MemberRecord>& expected) {
     unsigned long long read = 0;
     unsigned long long packed = 0;
     unsigned long long masked = 0;
     unsigned long long count = 0;
+    std::list<MemberRecord> members = current.members;
+    members.insert(members.end(), expected.begin(), expected.end());
     json.open("members", '[');
-    for (const MemberRecord& member : current.members) {
+    for (const MemberRecord& member : members) {
         json.open(nullptr, '{');
         json.string("path", member.path);
         if (!member.leftOut.empty()) {
@@ -297,13 +299,13 @@ int keepRunRecord(const std::string& text) {
     return 0;
 }
 
-std::string renderRunRecord() {
+std::string renderRunRecord(const std::list<MemberRecord>& expected) {
     JsonText json;
     json.open(nullptr, '{');
     writeHeader(json);
     writeSections(json);
     writeCommands(json);
-    writeMembers(json);
+    writeMembers(json, expected);
     json.close('}');
     return json.done();
 }

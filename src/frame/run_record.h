@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <list>
 #include <string>
 
 #include "privacy/masking.h"
@@ -43,8 +44,9 @@ void recordSectionEnd(const char* name);
 void recordLogLine(bool error);
 void recordCommand(const CommandRecord& command);
 void recordMember(const MemberRecord& member);
-/// The record as JSON text (pretty, two-space indent), with the end time of now.
-std::string renderRunRecord();
+/// The record as JSON text (pretty, two-space indent), with the end time of now; with the
+/// expected members after those recorded, as it will read once they are packed.
+std::string renderRunRecord(const std::list<MemberRecord>& expected = {});
 /// Writes text as "<output folder>/logs/gatr_run.json"; 0, or -1 (logged).
 int keepRunRecord(const std::string& text);
 /// The record's path in the output folder, into buffer (size bytes); returns buffer.
