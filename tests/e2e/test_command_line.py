@@ -124,7 +124,7 @@ def test_old_logs_are_emptied_but_full_subfolders_and_a_readable_settings_file_s
     sandbox.write(SETTINGS, '{"version": 1, "last_archive_file": "/var/opt/old.tar.gz", "custom": [1]}')
     run = gatr("-s", "-A")
     assert sorted(p.name for p in LOGS.iterdir()) == ["gatr.log", "gatr_errors.log", "gatr_netstat.log",
-                                                     "gatr_packages.log", "gatr_stderr.log", "keep"]
+                                                     "gatr_packages.log", "gatr_run.json", "gatr_stderr.log", "keep"]
     assert (run.settings["last_archive_file"], run.settings["custom"]) == ("/var/opt/old.tar.gz", [1])
     assert sorted(p.name for p in OUTPUT.iterdir()) == [".lock", ".settings", "logs"]
 
