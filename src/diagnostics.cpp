@@ -49,7 +49,6 @@ int generateDiagnostics() {
     startRunRecord();
     enableLogging();
     prepareObfuscation();
-    writeObfuscationNotice();
     setProgressBar(2);
     seedSettings();
 

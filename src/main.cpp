@@ -21,7 +21,7 @@ int main(int argc, char** argv) {
     // The upload mode reports a missing configuration file in its own words.
     bool hashing = (work::options & (OPT_HASH_SHA256 | OPT_HASH_SHA1 | OPT_HASH_MD5)) != 0;
     loadLimits(hashing || (work::options & OPT_UPLOAD_FTP) == 0);
-    lowerPriority();
+    work::lowPriority = lowerPriority();
 
     int status = 0;
     if (work::options & OPT_HASH_SHA256) {

@@ -144,6 +144,3 @@ std::string obfuscationSummary() {
     return summary;
 }
 
-void writeObfuscationNotice() {
-    if (runMap) writeLabelled(_("Obfuscation:"), _("on"));
-}

@@ -23,8 +23,6 @@ privacy::ObfuscationMap* obfuscationMap();
 /// by kind. 0, 1 when obfuscation is off (nothing written), -1 (logged) when a file could not
 /// be written.
 int finishObfuscation(const char* archivePath);
-/// Writes "Obfuscation:" and "on" as a labelled line to the main log when obfuscation is on.
-void writeObfuscationNotice();
 /// "obfuscation on: values replaced: hosts <n>, domains <n>, ipv4 <n>, ipv6 <n>, mac <n>,
 /// users <n>, keywords <n>" (distinct values replaced so far), or "" when obfuscation is off.
 /// finishObfuscation() logs it; a writer that packs the main log last may end it with this line.

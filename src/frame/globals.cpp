@@ -12,6 +12,7 @@ char nodename[256] = {};
 FILE* logOs = nullptr;
 FILE* errorsOs = nullptr;
 std::list<std::string> archiveList;
+bool lowPriority = false;
 std::set<std::string> logPaths;
 std::map<std::string, std::string> entryProducts;
 std::list<std::string> deleteFolderList;

@@ -140,6 +140,34 @@ void disableErrorLogging(bool suspend) {
     work::errorsOs = nullptr;
 }
 
+namespace {
+
+/// What this run was asked to do, so that support reads the rest of the log in its light.
+void writeRunSettings() {
+    fprintf(work::logOs, "\n");
+    fprintf(work::logOs, "%-20s  %s\n", _("Priority:"),
+            work::lowPriority ? _("low (nice 10, best-effort I/O priority 7)") : _("normal"));
+    fprintf(work::logOs, "%-20s  %s\n", _("Secret masking:"), work::maskSecrets ? _("on") : _("off"));
+    fprintf(work::logOs, "%-20s  %s\n", _("Obfuscation:"),
+            (work::options & OPT_OBFUSCATE) ? _("on") : _("off"));
+    char value[64] = {};
+    if (work::limits.since > 0) {
+        time_t since = static_cast<time_t>(work::limits.since);
+        struct tm utc = {};
+        gmtime_r(&since, &utc);
+        strftime(value, sizeof value, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    }
+    fprintf(work::logOs, "%-20s  %s%s\n", _("Logs since:"), work::limits.since > 0 ? "" : _("any time"),
+            value);
+    if (work::limits.maxLogBytes > 0) {
+        snprintf(value, sizeof value, "%llu MiB", work::limits.maxLogBytes >> 20);
+    }
+    fprintf(work::logOs, "%-20s  %s\n", _("Log size limit:"),
+            work::limits.maxLogBytes > 0 ? value : _("none"));
+}
+
+}  // namespace
+
 void enableLogging() {
     char path[PATH_SIZE] = {};
     buildLogPath(path, "%s/logs/%s.log");
@@ -157,6 +185,7 @@ void enableLogging() {
             _("This report describes this server and the Brimwell products installed on it."));
     fprintf(work::logOs, "%s\n",
             _("Send it to Brimwell Support together with the archive it is part of."));
+    writeRunSettings();
     fprintf(work::logOs, "%s\n", EQUALS_RULE);
 }
 

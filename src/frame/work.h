@@ -74,6 +74,8 @@ extern char nodename[256];
 extern FILE* logOs;
 extern FILE* errorsOs;
 extern std::list<std::string> archiveList;
+/// Whether the run took nice 10 and best-effort I/O priority 7 at start.
+extern bool lowPriority;
 /// Entries of archiveList that manifests list as logs: the log window and size cap apply to
 /// them and to what lies below them.
 extern std::set<std::string> logPaths;
