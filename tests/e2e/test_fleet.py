@@ -147,8 +147,9 @@ def on_host(process, command):
     return subprocess.run(["nsenter", "-t", str(process.pid), "-m", "sh", "-c", command], check=False).returncode
 
 
-FULL = (r"Judge the diagnostics run: gatr -s exited with status 1: gatr: the archive could not be created"
-        r" - refer to the gatr_errors.log for details")
+FULL = (r"Judge the diagnostics run: gatr -s exited with status 1: gatr: not enough free space in "
+        r"/var/opt/Brimwell/gatr for the archive: about [\d,]+ bytes needed, [\d,]+ free "
+        r"gatr: the archive could not be created - refer to the gatr_errors.log for details")
 
 
 @pytest.mark.parametrize("user", ["root", USER])
@@ -173,8 +174,8 @@ def test_check_mode_changes_nothing_then_every_good_host_is_collected_once_per_r
         assert run.returncode != 0
         assert [(int(recap[n]["changed"]), recap[n]["failed"]) for n in HOSTS] == [(changed, "0")] * 2 + [
             (changed - 1, "1")]
-        assert re.search(r"fatal: \[host13\]: FAILED! .*gatr collection failed on host13 at 'Judge the diagnos"
-                         r"tics run': gatr -s exited with status 1: gatr: the archive could not be created", run.stdout)
+        assert re.search(r"fatal: \[host13\]: FAILED! .*gatr collection failed on host13 at '"
+                         + FULL.replace("run:", "run':"), run.stdout)
         check_collected(fetched, {"host11": "collected", "host12": "collected", "host13": FULL}, extra)
     assert not list(Path("/tmp").glob("gatr.*"))  # the hosts' private folders are gone
 
