@@ -131,6 +131,42 @@ def test_a_file_that_changes_while_packed_is_cut_cleanly(gatr, sandbox, machine,
                                  if "rm" in change else [])
 
 
+# read() as a disk that fails: every read of /var/opt/a.bin from its third MiB on is an I/O error.
+FAILING_READ = r"""#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+ssize_t read(int fd, void* buffer, size_t size) {
+    static ssize_t (*real)(int, void*, size_t);
+    if (real == NULL) real = (ssize_t (*)(int, void*, size_t))dlsym(RTLD_NEXT, "read");
+    char link[64], target[64] = "";
+    snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    if (readlink(link, target, sizeof target - 1) > 0 && strcmp(target, "/var/opt/a.bin") == 0 &&
+        lseek(fd, 0, SEEK_CUR) >= 2 << 20) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fd, buffer, size);
+}
+"""
+
+
+def test_a_read_that_fails_halfway_keeps_what_was_read_and_warns(gatr, sandbox, machine):
+    data = b"\0" + os.urandom((8 << 20) - 1)
+    sandbox.write("/var/opt/a.bin", data)
+    (sandbox.scratch / "failing_read.c").write_text(FAILING_READ)
+    subprocess.run(["cc", "-shared", "-fPIC", "-o", sandbox.scratch / "failing_read.so",
+                    sandbox.scratch / "failing_read.c", "-ldl"], check=True)
+    run = checked(gatr("-s", "-i", "/var/opt/a.bin", env={"LD_PRELOAD": str(sandbox.scratch / "failing_read.so")}))
+    packed = subprocess.run(["tar", "-xzPOf", run.archive, "/var/opt/a.bin"], capture_output=True,
+                            check=True).stdout
+    assert warnings(run) == ["/var/opt/a.bin: read failed after 2097152 of 8388608 bytes: Input/output error; "
+                             "the rest is zeros"]
+    assert packed == data[:2 << 20] + bytes(len(data) - (2 << 20))
+
+
 def large_log(path):
     block = b"".join(b"2024-07-01 12:00:%02d orbd[42]: block %06d written\n" % (i % 60, i) for i in range(20000))
     with open(path, "wb") as out:
