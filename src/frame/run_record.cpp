@@ -12,6 +12,7 @@
 #include "frame/file.h"
 #include "frame/logging.h"
 #include "frame/work.h"
+#include "privacy/json_text.h"
 
 namespace {
 
@@ -67,20 +68,7 @@ public:
     }
     void string(const char* name, const std::string& value) {
         member(name);
-        text += '"';
-        for (unsigned char c : value) {
-            if (c == '"' || c == '\\') {
-                text += '\\';
-                text += static_cast<char>(c);
-            } else if (c < 0x20) {
-                char escaped[8];
-                snprintf(escaped, sizeof escaped, "\\u%04x", c);
-                text += escaped;
-            } else {
-                text += static_cast<char>(c);
-            }
-        }
-        text += '"';
+        privacy::appendJsonQuoted(text, value);
     }
     void number(const char* name, long long value) {
         member(name);

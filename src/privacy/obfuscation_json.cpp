@@ -1,6 +1,7 @@
 // The mapping's own JSON text: a flat, fixed shape read by a strict reader of its own, so that a
 // damaged or foreign file is refused whole rather than half taken, and the filter layer needs no
 // parser with side effects.
+#include "privacy/json_text.h"
 #include "privacy/obfuscation_map.h"
 
 #include <algorithm>
@@ -10,11 +11,7 @@
 
 namespace privacy {
 
-namespace {
-
-constexpr const char* FORMAT_NAME = "gatr-obfuscation-map";
-
-void appendQuoted(std::string& out, const std::string& text) {
+void appendJsonQuoted(std::string& out, const std::string& text) {
     out += '"';
     for (unsigned char c : text) {
         if (c == '"' || c == '\\') {
@@ -31,6 +28,11 @@ void appendQuoted(std::string& out, const std::string& text) {
     }
     out += '"';
 }
+
+namespace {
+
+constexpr const char* FORMAT_NAME = "gatr-obfuscation-map";
+
 
 struct Reader {
     const std::string& text;
@@ -106,13 +108,13 @@ std::string ObfuscationMap::render(bool usedOnly) const {
             if (!usedOnly || entry.second.used) rows.emplace_back(entry.first, entry.second.replacement);
         std::sort(rows.begin(), rows.end());
         out += ",\n  ";
-        appendQuoted(out, obfuscationKindName(kind));
+        appendJsonQuoted(out, obfuscationKindName(kind));
         out += ": {";
         for (size_t i = 0; i < rows.size(); ++i) {
             out += i == 0 ? "\n    " : ",\n    ";
-            appendQuoted(out, rows[i].first);
+            appendJsonQuoted(out, rows[i].first);
             out += ": ";
-            appendQuoted(out, rows[i].second);
+            appendJsonQuoted(out, rows[i].second);
         }
         out += rows.empty() ? "}" : "\n  }";
     }
