@@ -149,9 +149,24 @@ private:
             if (dot == std::string::npos) break;
             suffix = dot + 1;
         }
+        if (rewriteDottedWord(text, size, out)) return true;
         // A host name inside a longer dotted name is another name ("db01.other.org"); a user's
         // or a customer's name is still theirs there ("alice.txt", "acme.com").
         return rewriteParts(text, size, '.', out, &TokenRewriter::rewriteLabel);
+    }
+
+    /// A user's or customer's name that holds dots itself ("john.smith"), as the whole token or
+    /// its first labels ("john.smith.log"): label by label it would never be recognised.
+    bool rewriteDottedWord(const char* text, size_t size, std::string& out) {
+        const char* firstDot = static_cast<const char*>(memchr(text, '.', size));
+        for (size_t end = size; firstDot != nullptr && text + end > firstDot;) {
+            if (rewriteNamedWord(text, end, out)) {
+                out.append(text + end, size - end);
+                return true;
+            }
+            do --end; while (text + end > firstDot && text[end] != '.');
+        }
+        return false;
     }
 
     bool rewriteLabel(const char* text, size_t size, std::string& out) {

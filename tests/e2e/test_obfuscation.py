@@ -80,7 +80,7 @@ def test_without_the_option_no_mapping_is_kept(gatr, machine):
 TREE = DATA / "obfuscation"
 REMOTE = "/var/opt/remote/var/log/remote/db01.corp.example.com"
 ROTATED = 2000
-ORIGINALS = ["db01", "db02", "replica", "vault", "corp.example", "globex", "partner.example", "alice", "dbadmin",
+ORIGINALS = ["db01", "db02", "replica", "vault", "corp.example", "globex", "partner.example", "alice", "dbadmin", "john.smith",
              "10.20.30.", "192.0.2.", "2001:db8:", "2001:0db8:", "fe80:", "52:54:00:12:34:56", "52-54-00-12-34-56",
              "5254.0012.3456", "00:1b:21:ab:cd:ef", "fe12:3456", "feab:cdef"]
 LEAK = re.compile("|".join(rf"(?<![0-9a-z]){re.escape(v)}" + (r"(?![0-9a-z])" if v[-1].isalnum() else "")
@@ -96,7 +96,7 @@ NAMES = {"db01": ("hosts", "db01"), "db02": ("hosts", "db02"), "replica": ("host
          "v6_net": ("ipv6", "2001:db8:0:1::"), "ll_net": ("ipv6", "fe80::"),
          "ll_1": ("ipv6", "fe80::5054:ff:fe12:3456"), "ll_2": ("ipv6", "fe80::21b:21ff:feab:cdef"),
          "mac1": ("mac", "52:54:00:12:34:56"), "mac2": ("mac", "00:1b:21:ab:cd:ef"),
-         "alice": ("users", "alice"), "dbadmin": ("users", "dbadmin"), "globex": ("keywords", "globex")}
+         "alice": ("users", "alice"), "jsmith": ("users", "john.smith"), "dbadmin": ("users", "dbadmin"), "globex": ("keywords", "globex")}
 
 
 @pytest.fixture
@@ -128,14 +128,14 @@ def obfuscated_run(gatr):
 
 def test_an_obfuscated_archive_holds_no_original_and_names_each_alike_everywhere(gatr, server):
     run = obfuscated_run(gatr)
-    m = run.mapping
-    v = {key: m[kind][original] for key, (kind, original) in NAMES.items()}
     # Nothing of the server leaves: not in a member, a member's name, the archive's name or its checksum.
     checksum = Path(f"{run.archive}.sha256").read_text()
     leaks = {name: LEAK.findall(name + "\n" + text) for name, text in run.packed.items()}
     assert {name: found for name, found in leaks.items() if found} == {}
     assert LEAK.findall(run.archive.name + checksum) == []
     assert {str(LOGS / n) for n in ("gatr.log", "gatr_errors.log", "gatr_run.json")} <= set(run.packed)
+    m = run.mapping
+    v = {key: m[kind][original] for key, (kind, original) in NAMES.items()}
     # Each stand-in is of its kind's form, distinct, and keeps what support reads from the original.
     for kind, form in WORDS.items():
         assert all(re.fullmatch(form, r) for r in m[kind].values()) and len(set(m[kind].values())) == len(m[kind])
