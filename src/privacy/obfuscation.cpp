@@ -118,8 +118,14 @@ private:
         for (size_t i = 0; i < size && !alpha; ++i) alpha = CLASSES.of[static_cast<unsigned char>(text[i])] == C_ALPHA;
         if (!alpha) {
             uint8_t address[4];
-            return size >= 7 && size <= 15 && parseIPv4(text, size, address) && map.replaceIPv4(address, out) &&
-                   count(OBF_IPV4);
+            if (size >= 7 && size <= 15 && parseIPv4(text, size, address))
+                return map.replaceIPv4(address, out) && count(OBF_IPV4);
+            // Addresses joined into one token: a range ("10.0.0.1-10.0.0.9"), a file name's parts.
+            if (memchr(text, '.', size) == nullptr) return false;
+            for (char joint : {'-', '_'})
+                if (memchr(text, joint, size) != nullptr)
+                    return rewriteParts(text, size, joint, out, &TokenRewriter::rewritePiece);
+            return false;
         }
         return rewriteName(text, size, out);
     }
@@ -128,7 +134,8 @@ private:
         if (size > 253) return false;  // longer than any DNS name
         if (memchr(text, '.', size) == nullptr) return rewriteWord(text, size, out);
         // No DNS name holds an underscore: it joins names ("gatr_db01.corp.example.com_2026").
-        if (memchr(text, '_', size) != nullptr) return rewriteParts(text, size, '_', out, &TokenRewriter::rewriteName);
+        // A part may be an address as well as a name ("replica_10.0.0.7_5432.log").
+        if (memchr(text, '_', size) != nullptr) return rewriteParts(text, size, '_', out, &TokenRewriter::rewritePiece);
         std::string lower(text, size);
         for (char& c : lower) c = lowerChar(c);
         for (size_t suffix = 0; suffix < size;) {
