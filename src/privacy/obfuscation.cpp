@@ -73,15 +73,26 @@ private:
         // A digit is asked for so that a C++ scope ("ace::add") is not read as an address.
         bool digit = false;
         for (size_t i = 0; i < size && !digit; ++i) digit = CLASSES.of[static_cast<unsigned char>(text[i])] == C_DIGIT;
-        if (digit && parseIPv6(text, size, bytes)) {
-            static const uint8_t MAPPED[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
-            if (memcmp(bytes, MAPPED, 12) != 0) return map.replaceIPv6(bytes, out) && count(OBF_IPV6);
-            // An IPv4 address in IPv6 dress reads as the same IPv4 address does.
-            if (!map.replaceIPv4(bytes + 12, out)) return false;
-            out.insert(0, "::ffff:");
-            return count(OBF_IPV4);
+        if (digit && parseIPv6(text, size, bytes)) return rewriteIPv6(bytes, out);
+        // netstat writes a peer's port after its IPv6 address with one more colon
+        // ("2001:db8::6:48122"); a port of five digits is no address group.
+        size_t port = size;
+        while (port > 0 && CLASSES.of[static_cast<unsigned char>(text[port - 1])] == C_DIGIT) --port;
+        if (digit && port >= 3 && port < size && size - port <= 5 && text[port - 1] == ':' &&
+            parseIPv6(text, port - 1, bytes) && rewriteIPv6(bytes, out)) {
+            out.append(text + port - 1, size - port + 1);
+            return true;
         }
         return rewriteParts(text, size, ':', out, &TokenRewriter::rewritePiece);
+    }
+
+    bool rewriteIPv6(const uint8_t bytes[16], std::string& out) {
+        static const uint8_t MAPPED[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+        if (memcmp(bytes, MAPPED, 12) != 0) return map.replaceIPv6(bytes, out) && count(OBF_IPV6);
+        // An IPv4 address in IPv6 dress reads as the same IPv4 address does.
+        if (!map.replaceIPv4(bytes + 12, out)) return false;
+        out.insert(0, "::ffff:");
+        return count(OBF_IPV4);
     }
 
     /// Each part between separators rewritten alone, the separators kept.
@@ -155,6 +166,18 @@ private:
             size_t dot = lower.find('.', suffix);
             if (dot == std::string::npos) break;
             suffix = dot + 1;
+        }
+        // netstat cuts a long name to fit its column ("db01.corp.example:5432"): a known host,
+        // or any host before a whole label of it, followed by the start of a known domain is a
+        // name in that domain.
+        size_t dot = lower.find('.');
+        if (dot != std::string::npos && dot > 0 && dot + 1 < size &&
+            (map.isShortHost(lower.substr(0, dot)) || lower.find('.', dot + 1) != std::string::npos)) {
+            if (const std::string* domain = map.domainCutTo(lower.data() + dot + 1, size - dot - 1)) {
+                out = map.replaceHost(lower.substr(0, dot)) + '.' + map.replaceDomain(*domain);
+                count(OBF_HOSTS);
+                return count(OBF_DOMAINS);
+            }
         }
         if (rewriteDottedWord(text, size, out)) return true;
         // A host name inside a longer dotted name is another name ("db01.other.org"); a user's

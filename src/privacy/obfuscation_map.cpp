@@ -77,6 +77,16 @@ bool ObfuscationMap::isKnownDomain(const char* lower, size_t size) const {
     return (domainLengths & lengthBit(size)) != 0 && domainSet.count(std::string(lower, size)) != 0;
 }
 
+const std::string* ObfuscationMap::domainCutTo(const char* lower, size_t size) const {
+    const std::string* found = nullptr;
+    for (const std::string& domain : domainSet) {
+        if (domain.size() <= size || domain.compare(0, size, lower, size) != 0) continue;
+        if (found == nullptr || domain.size() < found->size() || (domain.size() == found->size() && domain < *found))
+            found = &domain;
+    }
+    return found;
+}
+
 ObfuscationMap::Entry& ObfuscationMap::addAddress(int kind, const std::string& key, const std::string& replacement) {
     Entry& entry = tables[kind][key];
     entry.replacement = replacement;

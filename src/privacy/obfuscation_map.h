@@ -68,6 +68,11 @@ public:
     /// withHosts false: users and keywords only.
     const std::string* replaceWord(const std::string& lower, int& kind, bool withHosts = true);
     bool isKnownDomain(const char* lower, size_t size) const;
+    /// The known domain that lower, a name cut short, is the start of (the shortest, then the
+    /// first in order, so that the answer does not hang on the order names were learned); null
+    /// when none is.
+    const std::string* domainCutTo(const char* lower, size_t size) const;
+    bool isShortHost(const std::string& lower) const { return shortHosts.count(lower) != 0; }
     /// The replacement of a host's first label, which becomes known as a short name.
     const std::string& replaceHost(const std::string& lowerLabel);
     const std::string& replaceDomain(const std::string& lowerDomain);

@@ -104,6 +104,7 @@ def server(sandbox, machine, program):
     for name in ("hosts", "passwd"):  # alice is UID 1000
         sandbox.place(f"/etc/{name}", (TREE / name).read_text())
     sandbox.tool("ip", f'#!/bin/sh\n[ "$*" = "addr show" ] && exec cat {TREE}/ip-addr.txt\nexit 1\n')
+    sandbox.tool("netstat", f'#!/bin/sh\n[ "$*" = "-atup" ] && exec cat {TREE}/netstat.txt\nexit 1\n')
     for name in ("app.log", "globex-billing.log", "ip-6-route.txt"):
         sandbox.write(f"{REMOTE}/{name}", (TREE / name).read_text())
     # alice's rotated log, long enough that names and addresses straddle every read, and a link to the live one
@@ -159,6 +160,7 @@ def test_an_obfuscated_archive_holds_no_original_and_names_each_alike_everywhere
                          (f"{remote}/{v['globex']}-billing.log", "billing.log"),
                          (f"{remote}/ip-6-route.txt", "ip-6-route.txt")):
         expect(run.packed[member], f"obfuscation/{name}", **v)
+    expect(run.packed[str(LOGS / "gatr_netstat.log")], "obfuscation/netstat", **v)
     main_log = run.packed[str(LOGS / "gatr.log")]
     interfaces = main_log.index("Interfaces:\n")
     expect(main_log[interfaces:main_log.index("\n\n", interfaces) + 2], "obfuscation/interfaces", **v)
