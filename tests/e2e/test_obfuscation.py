@@ -115,14 +115,14 @@ def server(sandbox, machine, program):
     (program / "etc/gatr_config.json").write_text(json.dumps(config))
 
 
-def obfuscated_run(gatr):
+def obfuscated_run(gatr, *more):
     """A run over the tree, with its archive's record of replacements and every member's text by name."""
-    run = gatr("-s", "--obfuscate", "-i", REMOTE, hostname="DB01")
+    run = gatr("-s", "--obfuscate", "-i", REMOTE, *more, hostname="DB01")
     assert (run.rc, run.stderr) == (0, "")
     run.record = Path(f"{run.archive}.map.json")
     run.mapping = json.loads(run.record.read_text())
     with tarfile.open(run.archive) as tar:
-        run.packed = {m.name: m.uname + m.gname + (tar.extractfile(m).read().decode() if m.isfile() else m.linkname)
+        run.packed = {m.name: m.uname + m.gname + (tar.extractfile(m).read().decode("latin-1") if m.isfile() else m.linkname)
                       for m in tar}
     return run
 
@@ -170,9 +170,15 @@ def test_an_obfuscated_archive_holds_no_original_and_names_each_alike_everywhere
 
 
 def test_a_second_run_replaces_alike_and_no_mapping_leaves(gatr, server):
-    runs = [obfuscated_run(gatr) for _ in range(2)]
+    # The second run is given a folder that holds the output folder, with the first run's mappings.
+    runs = [obfuscated_run(gatr), obfuscated_run(gatr, "-i", "/var/opt")]
     assert runs[0].archive != runs[1].archive and runs[0].mapping == runs[1].mapping
     assert runs[0].mapping["hosts"]["db01"] in runs[1].archive.name
     for run in runs:
         assert os.stat(run.record).st_mode & 0o7777 == 0o600
         assert [n for n in run.packed if n.endswith((".map.json", ".obfuscation.json"))] == []
+    # Nor does a run that does not obfuscate pack them: they hold every original as it is.
+    plain = gatr("-s", "-i", "/var/opt", hostname="DB01")
+    assert [n for n in plain.members() if n.endswith((".map.json", ".obfuscation.json"))] == []
+    assert "/var/opt/Brimwell/gatr/.obfuscation.json: not gathered: an obfuscation mapping, which stays with the " \
+        "customer" in plain.error_log
