@@ -80,9 +80,9 @@ def test_without_the_option_no_mapping_is_kept(gatr, machine):
 TREE = DATA / "obfuscation"
 REMOTE = "/var/opt/remote/var/log/remote/db01.corp.example.com"
 ROTATED = 2000
-ORIGINALS = ["db01", "db02", "replica", "vault", "corp.example", "globex", "partner.example", "alice", "dbadmin", "john.smith",
-             "10.20.30.", "192.0.2.", "2001:db8:", "2001:0db8:", "fe80:", "52:54:00:12:34:56", "52-54-00-12-34-56",
-             "5254.0012.3456", "00:1b:21:ab:cd:ef", "fe12:3456", "feab:cdef"]
+ORIGINALS = ["db01", "db02", "replica", "vault", "corp.example", "globex", "partner.example", "alice", "dbadmin",
+             "john.smith", "10.20.30.", "192.0.2.", "2001:db8:", "2001:0db8:", "fe80:", "52:54:00:12:34:56",
+             "52-54-00-12-34-56", "5254.0012.3456", "00:1b:21:ab:cd:ef", "fe12:3456", "feab:cdef"]
 LEAK = re.compile("|".join(rf"(?<![0-9a-z]){re.escape(v)}" + (r"(?![0-9a-z])" if v[-1].isalnum() else "")
                            for v in ORIGINALS), re.I)
 WORDS = {"hosts": r"host\d+", "domains": r"domain\d+\.example", "users": r"user\d+", "keywords": r"keyword\d+"}
@@ -96,12 +96,13 @@ NAMES = {"db01": ("hosts", "db01"), "db02": ("hosts", "db02"), "replica": ("host
          "v6_net": ("ipv6", "2001:db8:0:1::"), "ll_net": ("ipv6", "fe80::"),
          "ll_1": ("ipv6", "fe80::5054:ff:fe12:3456"), "ll_2": ("ipv6", "fe80::21b:21ff:feab:cdef"),
          "mac1": ("mac", "52:54:00:12:34:56"), "mac2": ("mac", "00:1b:21:ab:cd:ef"),
-         "alice": ("users", "alice"), "jsmith": ("users", "john.smith"), "dbadmin": ("users", "dbadmin"), "globex": ("keywords", "globex")}
+         "alice": ("users", "alice"), "jsmith": ("users", "john.smith"), "dbadmin": ("users", "dbadmin"),
+         "globex": ("keywords", "globex")}
 
 
 @pytest.fixture
 def server(sandbox, machine, program):
-    for name in ("hosts", "passwd"):  # alice is UID 1000
+    for name in ("hosts", "passwd"):  # alice and john.smith: UIDs 1000 and 1001
         sandbox.place(f"/etc/{name}", (TREE / name).read_text())
     sandbox.tool("ip", f'#!/bin/sh\n[ "$*" = "addr show" ] && exec cat {TREE}/ip-addr.txt\nexit 1\n')
     sandbox.tool("netstat", f'#!/bin/sh\n[ "$*" = "-atup" ] && exec cat {TREE}/netstat.txt\nexit 1\n')
@@ -122,8 +123,8 @@ def obfuscated_run(gatr, *more):
     run.record = Path(f"{run.archive}.map.json")
     run.mapping = json.loads(run.record.read_text())
     with tarfile.open(run.archive) as tar:
-        run.packed = {m.name: m.uname + m.gname + (tar.extractfile(m).read().decode("latin-1") if m.isfile() else m.linkname)
-                      for m in tar}
+        run.packed = {m.name: m.uname + m.gname + (tar.extractfile(m).read().decode("latin-1") if m.isfile()
+                                                   else m.linkname) for m in tar}
     return run
 
 
