@@ -4,6 +4,7 @@
 // classes and length before any look-up, which keeps the pass near copying speed.
 #include "privacy/obfuscation.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace privacy {
@@ -76,10 +77,12 @@ private:
         if (digit && parseIPv6(text, size, bytes)) return rewriteIPv6(bytes, out);
         // netstat writes a peer's port after its IPv6 address with one more colon
         // ("2001:db8::6:48122"); a port of five digits is no address group.
+        // Only a head of two colons or more may be one: a time of day ("10:00:01") is not tried.
         size_t port = size;
         while (port > 0 && CLASSES.of[static_cast<unsigned char>(text[port - 1])] == C_DIGIT) --port;
         if (digit && port >= 3 && port < size && size - port <= 5 && text[port - 1] == ':' &&
-            parseIPv6(text, port - 1, bytes) && rewriteIPv6(bytes, out)) {
+            std::count(text, text + port - 1, ':') >= 2 && parseIPv6(text, port - 1, bytes) &&
+            rewriteIPv6(bytes, out)) {
             out.append(text + port - 1, size - port + 1);
             return true;
         }
@@ -172,7 +175,8 @@ private:
         // name in that domain.
         size_t dot = lower.find('.');
         if (dot != std::string::npos && dot > 0 && dot + 1 < size &&
-            (map.isShortHost(lower.substr(0, dot)) || lower.find('.', dot + 1) != std::string::npos)) {
+            (lower.find('.', dot + 1) != std::string::npos ||
+             (map.mayBeWord(lower.data(), dot) && map.isShortHost(lower.substr(0, dot))))) {
             if (const std::string* domain = map.domainCutTo(lower.data() + dot + 1, size - dot - 1)) {
                 out = map.replaceHost(lower.substr(0, dot)) + '.' + map.replaceDomain(*domain);
                 count(OBF_HOSTS);

@@ -113,6 +113,7 @@ private:
     uint64_t wordLengths = 0;            // bit n: a known word has n characters (n < 64)
     uint64_t domainLengths = 0;          // bit n: a known domain has n characters (63: or more)
     std::vector<uint64_t> wordStarts;    // bits: the first two characters of known words
+    std::vector<uint64_t> domainStarts;  // bits: the first two characters of known domains
 };
 
 }  // namespace privacy
