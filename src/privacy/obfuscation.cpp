@@ -170,10 +170,21 @@ private:
             if (dot == std::string::npos) break;
             suffix = dot + 1;
         }
+        // A name with more after it ("db01.corp.example.com.log", a file named after the host):
+        // its longest leading name in a known domain is replaced, the rest kept.
+        size_t dot = lower.find('.');
+        for (size_t end = lower.rfind('.'); dot != std::string::npos && dot > 0 && end > dot;
+             end = lower.rfind('.', end - 1)) {
+            if (map.isKnownDomain(lower.data() + dot + 1, end - dot - 1)) {
+                out = map.replaceHost(lower.substr(0, dot)) + '.' + map.replaceDomain(lower.substr(dot + 1, end - dot - 1));
+                out.append(text + end, size - end);
+                count(OBF_HOSTS);
+                return count(OBF_DOMAINS);
+            }
+        }
         // netstat cuts a long name to fit its column ("db01.corp.example:5432"): a known host,
         // or any host before a whole label of it, followed by the start of a known domain is a
         // name in that domain.
-        size_t dot = lower.find('.');
         if (dot != std::string::npos && dot > 0 && dot + 1 < size &&
             (lower.find('.', dot + 1) != std::string::npos ||
              (map.mayBeWord(lower.data(), dot) && map.isShortHost(lower.substr(0, dot))))) {
