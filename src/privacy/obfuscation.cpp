@@ -194,7 +194,7 @@ private:
                 return count(OBF_DOMAINS);
             }
         }
-        if (rewriteDottedWord(text, size, out)) return true;
+        if (map.hasDottedWords() && rewriteDottedWord(text, size, out)) return true;
         // A host name inside a longer dotted name is another name ("db01.other.org"); a user's
         // or a customer's name is still theirs there ("alice.txt", "acme.com").
         return rewriteParts(text, size, '.', out, &TokenRewriter::rewriteLabel);

@@ -63,6 +63,7 @@ ObfuscationMap::ObfuscationMap() : wordStarts((1u << 16) / 64, 0), domainStarts(
 
 void ObfuscationMap::learnWord(const std::string& lower) {
     if (lower.size() < 64) wordLengths |= 1ull << lower.size();
+    dottedWords = dottedWords || lower.find('.') != std::string::npos;
     if (lower.empty()) return;
     unsigned pair = pairIndex(lower.data(), lower.size());
     wordStarts[pair / 64] |= 1ull << (pair % 64);

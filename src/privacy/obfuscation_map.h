@@ -73,6 +73,8 @@ public:
     /// when none is.
     const std::string* domainCutTo(const char* lower, size_t size) const;
     bool isShortHost(const std::string& lower) const { return shortHosts.count(lower) != 0; }
+    /// Whether a known user or keyword holds a dot ("john.smith").
+    bool hasDottedWords() const { return dottedWords; }
     /// The replacement of a host's first label, which becomes known as a short name.
     const std::string& replaceHost(const std::string& lowerLabel);
     const std::string& replaceDomain(const std::string& lowerDomain);
@@ -114,6 +116,7 @@ private:
     uint64_t domainLengths = 0;          // bit n: a known domain has n characters (63: or more)
     std::vector<uint64_t> wordStarts;    // bits: the first two characters of known words
     std::vector<uint64_t> domainStarts;  // bits: the first two characters of known domains
+    bool dottedWords = false;
 };
 
 }  // namespace privacy
