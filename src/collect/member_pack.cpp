@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "collect/member_spill.h"
+#include "collect/obfuscation_setup.h"
 #include "collect/tar_stream.h"
 #include "common/unique_fd.h"
 #include "frame/trusted_paths.h"
@@ -43,6 +44,12 @@ Entry makeEntry(const std::string& path, const struct stat& info, unsigned long 
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(size));
     archive_entry_set_nlink(entry.get(), 1);  // each member stands alone, never a hard link
     return entry;
+}
+
+bool isMappingName(const std::string& name) {
+    size_t suffix = strlen(ARCHIVE_MAP_SUFFIX);
+    return name.compare(0, strlen(OBFUSCATION_MAP_FILE), OBFUSCATION_MAP_FILE) == 0 ||
+           (name.size() > suffix && name.compare(name.size() - suffix, suffix, ARCHIVE_MAP_SUFFIX) == 0);
 }
 
 bool isKernelFile(const std::string& path) {
@@ -196,6 +203,12 @@ PackedMember packFile(TarStream& tar, const std::string& path, int folder, const
     ssize_t got = limit == 0 ? 0 : readSome(fd.get(), chunk.get(), limit < CHUNK ? limit : CHUNK);
     if (got < 0) {
         result.warning = std::string("read failed: ") + strerror(errno);
+        return result;
+    }
+    // A mapping holds every value obfuscation hides: it stays with the customer, even when a
+    // listed folder holds the output folder, and whether or not this run obfuscates.
+    if (isMappingName(name) || (got > 0 && privacy::looksLikeMapping(chunk.get(), static_cast<size_t>(got)))) {
+        result.skipped = "an obfuscation mapping, which stays with the customer";
         return result;
     }
     bool mask = (work::maskSecrets || rules.obfuscation != nullptr) && got > 0 &&

@@ -33,7 +33,8 @@ struct PackedMember {
 /// Packs the file, folder, link, FIFO or device at the normalised path as what it is now: a
 /// regular file up to the size it had when opened (a shorter read is padded with zeros and
 /// warned of), its text masked unless masking is off or it looks binary; FIFOs and devices as
-/// entries without data, never opened. spillFolder takes a member too long for memory;
+/// entries without data, never opened; an obfuscation mapping (by its name or its first bytes)
+/// is left out. spillFolder takes a member too long for memory;
 /// progress hears of every byte read. Never throws.
 PackedMember packMember(TarStream& tar, const std::string& path, const char* spillFolder,
                         const std::function<void(unsigned long long)>& progress,

@@ -4,6 +4,7 @@
 // classes and length before any look-up, which keeps the pass near copying speed.
 #include "privacy/obfuscation.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace privacy {
@@ -73,15 +74,28 @@ private:
         // A digit is asked for so that a C++ scope ("ace::add") is not read as an address.
         bool digit = false;
         for (size_t i = 0; i < size && !digit; ++i) digit = CLASSES.of[static_cast<unsigned char>(text[i])] == C_DIGIT;
-        if (digit && parseIPv6(text, size, bytes)) {
-            static const uint8_t MAPPED[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
-            if (memcmp(bytes, MAPPED, 12) != 0) return map.replaceIPv6(bytes, out) && count(OBF_IPV6);
-            // An IPv4 address in IPv6 dress reads as the same IPv4 address does.
-            if (!map.replaceIPv4(bytes + 12, out)) return false;
-            out.insert(0, "::ffff:");
-            return count(OBF_IPV4);
+        if (digit && parseIPv6(text, size, bytes)) return rewriteIPv6(bytes, out);
+        // netstat writes a peer's port after its IPv6 address with one more colon
+        // ("2001:db8::6:48122"); a port of five digits is no address group.
+        // Only a head of two colons or more may be one: a time of day ("10:00:01") is not tried.
+        size_t port = size;
+        while (port > 0 && CLASSES.of[static_cast<unsigned char>(text[port - 1])] == C_DIGIT) --port;
+        if (digit && port >= 3 && port < size && size - port <= 5 && text[port - 1] == ':' &&
+            std::count(text, text + port - 1, ':') >= 2 && parseIPv6(text, port - 1, bytes) &&
+            rewriteIPv6(bytes, out)) {
+            out.append(text + port - 1, size - port + 1);
+            return true;
         }
         return rewriteParts(text, size, ':', out, &TokenRewriter::rewritePiece);
+    }
+
+    bool rewriteIPv6(const uint8_t bytes[16], std::string& out) {
+        static const uint8_t MAPPED[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
+        if (memcmp(bytes, MAPPED, 12) != 0) return map.replaceIPv6(bytes, out) && count(OBF_IPV6);
+        // An IPv4 address in IPv6 dress reads as the same IPv4 address does.
+        if (!map.replaceIPv4(bytes + 12, out)) return false;
+        out.insert(0, "::ffff:");
+        return count(OBF_IPV4);
     }
 
     /// Each part between separators rewritten alone, the separators kept.
@@ -118,8 +132,14 @@ private:
         for (size_t i = 0; i < size && !alpha; ++i) alpha = CLASSES.of[static_cast<unsigned char>(text[i])] == C_ALPHA;
         if (!alpha) {
             uint8_t address[4];
-            return size >= 7 && size <= 15 && parseIPv4(text, size, address) && map.replaceIPv4(address, out) &&
-                   count(OBF_IPV4);
+            if (size >= 7 && size <= 15 && parseIPv4(text, size, address))
+                return map.replaceIPv4(address, out) && count(OBF_IPV4);
+            // Addresses joined into one token: a range ("10.0.0.1-10.0.0.9"), a file name's parts.
+            if (memchr(text, '.', size) == nullptr) return false;
+            for (char joint : {'-', '_'})
+                if (memchr(text, joint, size) != nullptr)
+                    return rewriteParts(text, size, joint, out, &TokenRewriter::rewritePiece);
+            return false;
         }
         return rewriteName(text, size, out);
     }
@@ -128,7 +148,8 @@ private:
         if (size > 253) return false;  // longer than any DNS name
         if (memchr(text, '.', size) == nullptr) return rewriteWord(text, size, out);
         // No DNS name holds an underscore: it joins names ("gatr_db01.corp.example.com_2026").
-        if (memchr(text, '_', size) != nullptr) return rewriteParts(text, size, '_', out, &TokenRewriter::rewriteName);
+        // A part may be an address as well as a name ("replica_10.0.0.7_5432.log").
+        if (memchr(text, '_', size) != nullptr) return rewriteParts(text, size, '_', out, &TokenRewriter::rewritePiece);
         std::string lower(text, size);
         for (char& c : lower) c = lowerChar(c);
         for (size_t suffix = 0; suffix < size;) {
@@ -149,9 +170,48 @@ private:
             if (dot == std::string::npos) break;
             suffix = dot + 1;
         }
+        // A name with more after it ("db01.corp.example.com.log", a file named after the host):
+        // its longest leading name in a known domain is replaced, the rest kept.
+        size_t dot = lower.find('.');
+        for (size_t end = lower.rfind('.'); dot != std::string::npos && dot > 0 && end > dot;
+             end = lower.rfind('.', end - 1)) {
+            if (map.isKnownDomain(lower.data() + dot + 1, end - dot - 1)) {
+                out = map.replaceHost(lower.substr(0, dot)) + '.' + map.replaceDomain(lower.substr(dot + 1, end - dot - 1));
+                out.append(text + end, size - end);
+                count(OBF_HOSTS);
+                return count(OBF_DOMAINS);
+            }
+        }
+        // netstat cuts a long name to fit its column ("db01.corp.example:5432"): a known host,
+        // or any host before a whole label of it, followed by the start of a known domain is a
+        // name in that domain.
+        if (dot != std::string::npos && dot > 0 && dot + 1 < size &&
+            (lower.find('.', dot + 1) != std::string::npos ||
+             (map.mayBeWord(lower.data(), dot) && map.isShortHost(lower.substr(0, dot))))) {
+            if (const std::string* domain = map.domainCutTo(lower.data() + dot + 1, size - dot - 1)) {
+                out = map.replaceHost(lower.substr(0, dot)) + '.' + map.replaceDomain(*domain);
+                count(OBF_HOSTS);
+                return count(OBF_DOMAINS);
+            }
+        }
+        if (map.hasDottedWords() && rewriteDottedWord(text, size, out)) return true;
         // A host name inside a longer dotted name is another name ("db01.other.org"); a user's
         // or a customer's name is still theirs there ("alice.txt", "acme.com").
         return rewriteParts(text, size, '.', out, &TokenRewriter::rewriteLabel);
+    }
+
+    /// A user's or customer's name that holds dots itself ("john.smith"), as the whole token or
+    /// its first labels ("john.smith.log"): label by label it would never be recognised.
+    bool rewriteDottedWord(const char* text, size_t size, std::string& out) {
+        const char* firstDot = static_cast<const char*>(memchr(text, '.', size));
+        for (size_t end = size; firstDot != nullptr && text + end > firstDot;) {
+            if (rewriteNamedWord(text, end, out)) {
+                out.append(text + end, size - end);
+                return true;
+            }
+            do --end; while (text + end > firstDot && text[end] != '.');
+        }
+        return false;
     }
 
     bool rewriteLabel(const char* text, size_t size, std::string& out) {

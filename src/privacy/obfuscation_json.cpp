@@ -147,6 +147,8 @@ bool ObfuscationMap::load(const std::string& text) {
     loaded.keywordSet = keywordSet;
     loaded.wordLengths = wordLengths;
     loaded.wordStarts = wordStarts;
+    loaded.domainStarts = domainStarts;
+    loaded.dottedWords = dottedWords;
     for (int kind = 0; kind < OBF_KIND_COUNT; ++kind)
         for (const auto& row : rows[kind])
             if (!loaded.tables[kind].emplace(row.first, Entry{row.second, false}).second) return false;

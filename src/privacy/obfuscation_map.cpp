@@ -59,10 +59,11 @@ void ObfuscationCounts::add(const ObfuscationCounts& other) {
     for (int kind = 0; kind < OBF_KIND_COUNT; ++kind) byKind[kind] += other.byKind[kind];
 }
 
-ObfuscationMap::ObfuscationMap() : wordStarts((1u << 16) / 64, 0) {}
+ObfuscationMap::ObfuscationMap() : wordStarts((1u << 16) / 64, 0), domainStarts((1u << 16) / 64, 0) {}
 
 void ObfuscationMap::learnWord(const std::string& lower) {
     if (lower.size() < 64) wordLengths |= 1ull << lower.size();
+    dottedWords = dottedWords || lower.find('.') != std::string::npos;
     if (lower.empty()) return;
     unsigned pair = pairIndex(lower.data(), lower.size());
     wordStarts[pair / 64] |= 1ull << (pair % 64);
@@ -71,10 +72,26 @@ void ObfuscationMap::learnWord(const std::string& lower) {
 void ObfuscationMap::rememberDomain(const std::string& lower) {
     domainSet.insert(lower);
     domainLengths |= lengthBit(lower.size());
+    if (lower.empty()) return;
+    unsigned pair = pairIndex(lower.data(), lower.size());
+    domainStarts[pair / 64] |= 1ull << (pair % 64);
 }
 
 bool ObfuscationMap::isKnownDomain(const char* lower, size_t size) const {
     return (domainLengths & lengthBit(size)) != 0 && domainSet.count(std::string(lower, size)) != 0;
+}
+
+const std::string* ObfuscationMap::domainCutTo(const char* lower, size_t size) const {
+    const std::string* found = nullptr;
+    if (size == 0) return found;
+    unsigned pair = pairIndex(lower, size);
+    if ((domainStarts[pair / 64] >> (pair % 64) & 1) == 0) return found;  // the usual answer, cheaply
+    for (const std::string& domain : domainSet) {
+        if (domain.size() <= size || domain.compare(0, size, lower, size) != 0) continue;
+        if (found == nullptr || domain.size() < found->size() || (domain.size() == found->size() && domain < *found))
+            found = &domain;
+    }
+    return found;
 }
 
 ObfuscationMap::Entry& ObfuscationMap::addAddress(int kind, const std::string& key, const std::string& replacement) {

@@ -68,6 +68,13 @@ public:
     /// withHosts false: users and keywords only.
     const std::string* replaceWord(const std::string& lower, int& kind, bool withHosts = true);
     bool isKnownDomain(const char* lower, size_t size) const;
+    /// The known domain that lower, a name cut short, is the start of (the shortest, then the
+    /// first in order, so that the answer does not hang on the order names were learned); null
+    /// when none is.
+    const std::string* domainCutTo(const char* lower, size_t size) const;
+    bool isShortHost(const std::string& lower) const { return shortHosts.count(lower) != 0; }
+    /// Whether a known user or keyword holds a dot ("john.smith").
+    bool hasDottedWords() const { return dottedWords; }
     /// The replacement of a host's first label, which becomes known as a short name.
     const std::string& replaceHost(const std::string& lowerLabel);
     const std::string& replaceDomain(const std::string& lowerDomain);
@@ -108,6 +115,8 @@ private:
     uint64_t wordLengths = 0;            // bit n: a known word has n characters (n < 64)
     uint64_t domainLengths = 0;          // bit n: a known domain has n characters (63: or more)
     std::vector<uint64_t> wordStarts;    // bits: the first two characters of known words
+    std::vector<uint64_t> domainStarts;  // bits: the first two characters of known domains
+    bool dottedWords = false;
 };
 
 }  // namespace privacy
