@@ -2,7 +2,8 @@
 # Whole-process time of a diagnostics run that packs 1 GiB of logs (a few hundred compressible
 # text files, each named with -i), with masking on and with masking off ("mask_secrets": false),
 # against "tar czPf" of the same files. Prints medians and the ratios masked/unmasked (target
-# 1.2 or less) and gatr/tar (target 0.6 or less on 2 cores); asserts nothing. Runs inside tests/sandbox.sh, so that gatr's output folder
+# 1.2 or less) and gatr/tar (target 0.6 or less on 2 cores), and masked and obfuscated over masked
+# (--obfuscate; target 1.5 or less); asserts nothing. Runs inside tests/sandbox.sh, so that gatr's output folder
 # and the data live in tmpfs that vanish with it. Needs root.
 # Usage: bench/archive_bench.sh [STAGE_FOLDER] [RUNS]
 set -eu
@@ -67,6 +68,7 @@ median_s() { printf '%s\n' "$@" | sort -n | awk '{ a[NR] = $1 } END { printf "%.
 gs=()
 us=()
 ts=()
+os=()
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3f", a / b }'; }
 # Taken in turn within each round, so that load from elsewhere falls on all alike.
 for ((r = 0; r < runs; r++)); do
@@ -74,6 +76,9 @@ for ((r = 0; r < runs; r++)); do
     us+=("$(measure "$unmasked/gatr" -s "${includes[@]}")")
     rm -f "$output"/*.tar.gz "$output"/*.sha256
     gs+=("$(measure "$stage/gatr" -s "${includes[@]}")")
+    rm -f "$output"/*.tar.gz "$output"/*.sha256 "$output"/*.map.json
+    os+=("$(measure "$stage/gatr" -s --obfuscate "${includes[@]}")")
+    rm -f "$output"/*.map.json
     ts+=("$(measure tar czPf "$scratch/tar.tar.gz" "${files[@]}")")
 done
 wall() { printf '%s\n' "$@" | cut -d: -f1; }
@@ -81,6 +86,7 @@ cpu() { printf '%s\n' "$@" | cut -d: -f2; }
 g=$(median_s $(wall "${gs[@]}")); gc=$(median_s $(cpu "${gs[@]}"))
 u=$(median_s $(wall "${us[@]}")); uc=$(median_s $(cpu "${us[@]}"))
 t=$(median_s $(wall "${ts[@]}")); tc=$(median_s $(cpu "${ts[@]}"))
+o=$(median_s $(wall "${os[@]}")); oc=$(median_s $(cpu "${os[@]}"))
 archive=$(ls "$output"/*.tar.gz)
 packed=$(tar -tzPf "$archive" | grep -c "^$scratch/logs/" || true)
 printf '\nmedians of %s runs    wall s / cpu s\n' "$runs"
@@ -89,6 +95,8 @@ printf '  gatr -s, masked     %8s / %s\n  gatr -s, unmasked   %8s / %s\n  tar cz
 printf 'wall: masked/unmasked %s  masked gatr/tar %s  unmasked gatr/tar %s\n' "$(ratio "$g" "$u")" \
     "$(ratio "$g" "$t")" "$(ratio "$u" "$t")"
 printf 'cpu:  masked/unmasked %s  masked gatr/tar %s\n' "$(ratio "$gc" "$uc")" "$(ratio "$gc" "$tc")"
+printf 'masked and obfuscated: %s / %s s; over masked: wall %s, cpu %s\n' "$o" "$oc" "$(ratio "$o" "$g")" \
+    "$(ratio "$oc" "$gc")"
 echo "gatr archive: $(stat -c %s "$archive") bytes, $packed of ${#files[@]} logs;" \
      "tar archive: $(stat -c %s "$scratch/tar.tar.gz") bytes; load average: $(cut -d' ' -f1-3 /proc/loadavg)"
-echo "runs (wall:cpu ms): gatr ${gs[*]}; unmasked ${us[*]}; tar ${ts[*]}"
+echo "runs (wall:cpu ms): gatr ${gs[*]}; unmasked ${us[*]}; obfuscated ${os[*]}; tar ${ts[*]}"
