@@ -11,8 +11,8 @@ set -euo pipefail
 tree=$(cd "$(dirname "$0")/.." && pwd -P)
 mkdir -p "${1:-$tree/build/rpm}"
 out=$(cd "${1:-$tree/build/rpm}" && pwd)
-spec=$tree/packaging/gatr.spec
-version=$(sed -n 's/^Version: *//p' "$spec")
+recipe=$tree/packaging/gatr.spec
+version=$(sed -n 's/^Version: *//p' "$recipe")
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 mkdir -p "$tmp/SOURCES"
@@ -46,7 +46,7 @@ options=()
 # install-deps.sh installs their Debian counterparts.
 if [ -f /etc/debian_version ]; then options+=(--nodeps); fi
 rpmbuild -ba "${options[@]}" --define "_topdir $tmp" \
-    --define "gatr_release ${GATR_RELEASE:-1}" "$spec"
+    --define "gatr_release ${GATR_RELEASE:-1}" "$recipe"
 cp "$tmp"/RPMS/*/*.rpm "$tmp"/SRPMS/*.rpm "$out/"
 ls -l "$out"
 # For the record only: the package's findings, with the ones this package means filtered out.
