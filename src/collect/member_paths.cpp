@@ -17,25 +17,6 @@ bool isAtOrBelow(const std::string& path, const char* tree) {
 
 }  // namespace
 
-std::string normalisePath(const std::string& path) {
-    bool absolute = !path.empty() && path[0] == '/';
-    std::vector<std::string> parts;
-    for (size_t begin = 0; begin <= path.size();) {
-        size_t slash = path.find('/', begin);
-        if (slash == std::string::npos) slash = path.size();
-        std::string part = path.substr(begin, slash - begin);
-        begin = slash + 1;
-        if (part.empty() || part == ".") continue;
-        if (part == ".." && !parts.empty() && parts.back() != "..") {
-            parts.pop_back();
-        } else if (part != ".." || !absolute) {
-            parts.push_back(part);
-        }
-    }
-    std::string normal = absolute ? "/" : "";
-    for (size_t i = 0; i < parts.size(); ++i) normal += (i > 0 ? "/" : "") + parts[i];
-    return normal.empty() ? "." : normal;
-}
 
 const char* refusalReason(const std::string& path, bool folder) {
     if (path == "/") return "the root folder";

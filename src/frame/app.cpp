@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
 #include "frame/folders.h"
 #include "frame/i18n.h"
@@ -78,23 +77,8 @@ char* absolutePath(const char* path, char* buffer, size_t size) {
         return buffer;
     }
     // "." and ".." are taken by their words, as the shell would: "./a" names the caller's a.
-    std::string joined = std::string(here) + "/" + path;
-    std::vector<std::string> names;
-    for (size_t begin = 0; begin < joined.size();) {
-        size_t end = joined.find('/', begin);
-        if (end == std::string::npos) end = joined.size();
-        std::string name = joined.substr(begin, end - begin);
-        begin = end + 1;
-        if (name.empty() || name == ".") continue;
-        if (name == "..") {
-            if (!names.empty()) names.pop_back();
-            continue;
-        }
-        names.push_back(name);
-    }
-    std::string result;
-    for (const std::string& name : names) result += "/" + name;
-    snprintf(buffer, size, "%s", result.empty() ? "/" : result.c_str());
+    std::string joined = path[0] == '/' ? std::string(path) : std::string(here) + "/" + path;
+    snprintf(buffer, size, "%s", normalisePath(joined).c_str());
     return buffer;
 }
 

@@ -23,3 +23,6 @@ bool closeSynced(FILE* file, const char* path);
 /// Syncs the folder that holds path, so that a rename into it survives a crash; false, logged
 /// as "fsync on <folder> failed: <reason>", when it could not be.
 bool syncFolderOf(const char* path);
+/// The path with repeated slashes, "." and ".." resolved by name alone ("/a/../b" is "/b"; ".."
+/// above the root stays at the root), without a trailing slash; relative paths stay relative.
+std::string normalisePath(const std::string& path);
